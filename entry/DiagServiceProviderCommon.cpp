@@ -1,0 +1,136 @@
+#include "entry/DiagServiceProviderCommon.h"
+
+#include "common/CoreLog.h"
+#include "entry/EntryGuard.h"
+#include "instance/InstanceRegistry.h"
+
+#include <cmpift.h>
+
+#include <string>
+#include <vector>
+
+using NQORVA20::coreLog;
+using NQORVA20::guarded;
+using NQORVA20::InstanceRegistry;
+using NQORVA20::LogDebug;
+
+namespace {
+
+CMPIStatus status(CMPIrc rc) {
+    CMPIStatus s = {rc, nullptr};
+    return s;
+}
+
+bool usable(const CMPIResult* result) { return result != nullptr && result->ft != nullptr; }
+
+void returnDone(const CMPIResult* result) {
+    if (usable(result))
+        result->ft->returnDone(result);
+}
+
+} // namespace
+
+extern "C" {
+
+CMPIStatus DiagServiceProviderCommonCleanup(const CMPIBroker*, CMPIInstanceMI*,
+                                            const CMPIContext*, unsigned char) {
+    return status(CMPI_RC_OK);
+}
+
+CMPIStatus DiagServiceProviderCommonEnumInstanceNames(const CMPIBroker* broker, CMPIInstanceMI*,
+                                                      const CMPIContext*, const CMPIResult* rslt,
+                                                      const CMPIObjectPath* ref) {
+    return guarded(broker, "EnumInstanceNames", [&] {
+        coreLog(broker, LogDebug, "+++ EnumInstanceNames");
+        // The status returned is what the last getObjectPath reported.
+        CMPIStatus last = status(CMPI_RC_OK);
+        std::vector<CMPIInstance*> instances;
+        InstanceRegistry::Singleton()->GetCMPIInstances(broker, ref, instances);
+        for (CMPIInstance* inst : instances) {
+            CMPIObjectPath* path = inst->ft->getObjectPath(inst, &last);
+            if (usable(rslt) && path != nullptr)
+                rslt->ft->returnObjectPath(rslt, path);
+        }
+        returnDone(rslt);
+        return last;
+    });
+}
+
+CMPIStatus DiagServiceProviderCommonEnumInstances(const CMPIBroker* broker, CMPIInstanceMI*,
+                                                  const CMPIContext*, const CMPIResult* rslt,
+                                                  const CMPIObjectPath* ref, const char**) {
+    return guarded(broker, "EnumInstances", [&] {
+        coreLog(broker, LogDebug, "+++ EnumInstances");
+        std::vector<CMPIInstance*> instances;
+        InstanceRegistry::Singleton()->GetCMPIInstances(broker, ref, instances);
+        if (usable(rslt))
+            for (CMPIInstance* inst : instances)
+                rslt->ft->returnInstance(rslt, inst);
+        returnDone(rslt);
+        return status(CMPI_RC_OK);
+    });
+}
+
+CMPIStatus DiagServiceProviderCommonGetInstance(const CMPIBroker* broker, CMPIInstanceMI*,
+                                                const CMPIContext*, const CMPIResult* rslt,
+                                                const CMPIObjectPath* cop, const char**) {
+    return guarded(broker, "GetInstance", [&] {
+        coreLog(broker, LogDebug, "+++ GetInstance");
+        CMPIInstance* inst = InstanceRegistry::Singleton()->GetCMPIInstance(broker, cop);
+        if (inst == nullptr) {
+            CMPIStatus miss = status(CMPI_RC_ERR_FAILED);
+            if (broker != nullptr && broker->eft != nullptr)
+                miss.msg = broker->eft->newString(broker, "Could not find or construct instance",
+                                                  nullptr);
+            return miss;
+        }
+        if (usable(rslt))
+            rslt->ft->returnInstance(rslt, inst);
+        returnDone(rslt);
+        return status(CMPI_RC_OK);
+    });
+}
+
+CMPIStatus DiagServiceProviderCommonCreateInstance(const CMPIBroker*, CMPIInstanceMI*,
+                                                   const CMPIContext*, const CMPIResult*,
+                                                   const CMPIObjectPath*, const CMPIInstance*) {
+    return status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIStatus DiagServiceProviderCommonModifyInstance(const CMPIBroker*, CMPIInstanceMI*,
+                                                   const CMPIContext*, const CMPIResult*,
+                                                   const CMPIObjectPath*, const CMPIInstance*,
+                                                   const char**) {
+    return status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIStatus DiagServiceProviderCommonDeleteInstance(const CMPIBroker*, CMPIInstanceMI*,
+                                                   const CMPIContext*, const CMPIResult*,
+                                                   const CMPIObjectPath*) {
+    return status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIStatus DiagServiceProviderCommonExecQuery(const CMPIBroker*, CMPIInstanceMI*,
+                                              const CMPIContext*, const CMPIResult*,
+                                              const CMPIObjectPath*, const char*, const char*) {
+    return status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIStatus DiagServiceProviderCommonMethodCleanup(const CMPIBroker*, CMPIMethodMI*,
+                                                  const CMPIContext*, unsigned char) {
+    return status(CMPI_RC_OK);
+}
+
+CMPIStatus DiagServiceProviderCommonInvokeMethod(const CMPIBroker* broker, CMPIMethodMI*,
+                                                 const CMPIContext* ctx, const CMPIResult* rslt,
+                                                 const CMPIObjectPath* ref,
+                                                 const char* methodName, const CMPIArgs* in,
+                                                 CMPIArgs* out) {
+    return guarded(broker, "InvokeMethod", [&] {
+        coreLog(broker, LogDebug, "+++ InvokeMethod");
+        std::string name(methodName ? methodName : "");
+        return InstanceRegistry::Singleton()->InvokeMethod(broker, ctx, rslt, ref, name, in, out);
+    });
+}
+
+} // extern "C"

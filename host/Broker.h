@@ -1,0 +1,55 @@
+// The host's CMPI broker: the broker, encapsulated-data, operating-system and memory function
+// tables a provider calls, over the host's class repository and log sink. Objects it makes belong
+// to the innermost open CallScope of the calling thread (or to the broker itself when none is
+// open, released with it); clones live until released. Whatever it does not support answers
+// CMPI_RC_ERR_NOT_SUPPORTED. Safe to call from several threads at once.
+#ifndef DIAGCORE_HOST_BROKER_H
+#define DIAGCORE_HOST_BROKER_H
+
+#include "host/PathDialect.h"
+
+#include <cmpidt.h>
+
+#include <memory>
+#include <string>
+
+namespace NQORVA20::host {
+
+class ClassRepository;
+class Dispatcher;
+class LogSink;
+
+class Broker {
+public:
+    Broker(const ClassRepository& classes, LogSink& log,
+           PathDialect dialect = PathDialect::Pegasus);
+    ~Broker();
+    Broker(const Broker&) = delete;
+    Broker& operator=(const Broker&) = delete;
+
+    // The CMPIBroker to hand to providers.
+    const CMPIBroker* cmpi() const;
+    // The Broker behind a CMPIBroker made by cmpi(); null for anything else.
+    static Broker* from(const CMPIBroker* broker);
+
+    PathDialect dialect() const;
+    const ClassRepository& classes() const;
+    LogSink& log() const;
+
+    // Where upcalls (enumerateInstances and the rest of the broker function table) go; without a
+    // dispatcher they answer CMPI_RC_ERR_NOT_SUPPORTED.
+    void setDispatcher(Dispatcher* dispatcher);
+    Dispatcher* dispatcher() const;
+
+    // A context as the host passes to a provider call: CMPIInitNameSpace set to ns,
+    // CMPIInvocationFlags 0, CMPIPrincipal "root". Owned like any other broker object.
+    CMPIContext* newContext(const std::string& ns);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace NQORVA20::host
+
+#endif

@@ -1,0 +1,94 @@
+// The class declarations a MOF file makes: classes, their properties and methods, qualifier
+// declarations and static instances, as the class repository keeps them.
+#ifndef DIAGCORE_HOST_CIMCLASS_H
+#define DIAGCORE_HOST_CIMCLASS_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace NQORVA20::host {
+
+// Qualifier values as MOF text: "true"/"false" for booleans (a bare qualifier name is "true"),
+// strings without their quotes, arrays as the element texts joined by ",".
+// Keys are the qualifier names lower-cased.
+using CimQualifiers = std::map<std::string, std::string>;
+
+// A property or method parameter type as a CMPI type code (CMPI_uint8, CMPI_string, CMPI_ref, ...),
+// with CMPI_ARRAY (0x2000) added for arrays.
+using CimTypeCode = unsigned short;
+
+struct CimProperty {
+    std::string name;        // as declared
+    CimTypeCode type = 0;    // CMPI type code, CMPI_ARRAY flag for arrays
+    std::string refClass;    // the class a REF property points to; empty otherwise
+    bool key = false;        // carries the Key qualifier
+    std::string originClass; // the class that declared it first
+    bool hasDefault = false; // a MOF initializer was given
+    std::string defaultText; // that initializer as MOF value text (arrays joined by ",")
+    CimQualifiers qualifiers;
+};
+
+struct CimParameter {
+    std::string name;
+    CimTypeCode type = 0;
+    std::string refClass;
+    bool in = true; // IN qualifier (MOF default true)
+    bool out = false;
+    CimQualifiers qualifiers;
+};
+
+struct CimMethod {
+    std::string name;
+    CimTypeCode returnType = 0;
+    std::vector<CimParameter> parameters;
+    std::string originClass;
+    CimQualifiers qualifiers;
+};
+
+struct CimClass {
+    std::string name;       // as declared
+    std::string superclass; // empty for a root class
+    CimQualifiers qualifiers;
+    bool association = false;
+    bool indication = false;
+    bool abstract = false;
+    // Every property of the class, inherited ones first in their superclass's order; an
+    // override replaces the inherited entry in place.
+    std::vector<CimProperty> properties;
+    // Every method, inherited ones first, overrides in place.
+    std::vector<CimMethod> methods;
+
+    // Lookups ignore the case of the name, as CIM names do; null when absent.
+    const CimProperty* findProperty(const std::string& name) const;
+    const CimMethod* findMethod(const std::string& name) const;
+};
+
+struct CimQualifierDecl {
+    std::string name;
+    CimTypeCode type = 0;
+    std::string defaultText;
+    std::vector<std::string> scope;  // lower-cased scope words ("class", "property", "any", ...)
+    std::vector<std::string> flavor; // lower-cased flavor words
+};
+
+// One value of a MOF instance declaration.
+struct MofValue {
+    enum class Kind { Null, String, Integer, Real, Boolean, Char, Reference };
+    Kind kind = Kind::Null;
+    bool array = false;
+    // Scalar: one element. Array: every element. Texts are unquoted and unescaped; a Reference
+    // holds the object path text (an alias is resolved to the aliased instance's path text).
+    std::vector<std::string> elements;
+};
+
+// "instance of Class { Prop = value; ... };" kept for the host to serve as static data.
+struct CimInstanceDecl {
+    std::string className;
+    std::string alias; // without the leading '$'; empty when none
+    std::vector<std::pair<std::string, MofValue>> values; // in declaration order
+};
+
+} // namespace NQORVA20::host
+
+#endif

@@ -1,0 +1,67 @@
+// The host's class repository: every class, qualifier declaration and static instance loaded from
+// MOF, per namespace. Loading happens before serving; lookups are safe from any thread.
+#ifndef DIAGCORE_HOST_CLASSREPOSITORY_H
+#define DIAGCORE_HOST_CLASSREPOSITORY_H
+
+#include "host/CimClass.h"
+
+#include <memory>
+#include <shared_mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace NQORVA20::host {
+
+// A MOF text the reader cannot accept; what() reads "file:line: message".
+class MofError : public std::runtime_error {
+public:
+    MofError(const std::string& file, int line, const std::string& message);
+    const std::string& file() const { return file_; }
+    int line() const { return line_; }
+
+private:
+    std::string file_;
+    int line_;
+};
+
+class ClassRepository {
+public:
+    ClassRepository();
+    ~ClassRepository();
+    ClassRepository(const ClassRepository&) = delete;
+    ClassRepository& operator=(const ClassRepository&) = delete;
+
+    // Reads a MOF file into namespace ns; "#pragma include" names files relative to the including
+    // file's folder. A class must follow its superclass. Throws MofError; classes read before
+    // the error stay loaded.
+    void loadFile(const std::string& path, const std::string& ns = "root/cimv2");
+    void loadText(const std::string& text, const std::string& ns = "root/cimv2",
+                  const std::string& sourceName = "<text>");
+
+    // Adds a class whose inherited members are already resolved (used by tests and tools).
+    void addClass(const std::string& ns, CimClass cls);
+
+    // Namespace and class names compare without regard to case. Null when absent.
+    const CimClass* findClass(const std::string& ns, const std::string& className) const;
+    const CimQualifierDecl* findQualifier(const std::string& ns, const std::string& name) const;
+    // True when className is ancestor or one of its subclasses.
+    bool isA(const std::string& ns, const std::string& className,
+             const std::string& ancestor) const;
+    // The names of every class derived from className, directly or not, parents before children.
+    std::vector<std::string> subclassNames(const std::string& ns,
+                                           const std::string& className) const;
+    std::vector<std::string> classNames(const std::string& ns) const;
+    std::vector<std::string> namespaces() const;
+    std::vector<CimInstanceDecl> instances(const std::string& ns) const;
+    std::size_t classCount(const std::string& ns) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+    mutable std::shared_mutex mutex_;
+};
+
+} // namespace NQORVA20::host
+
+#endif

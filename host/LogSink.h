@@ -1,0 +1,48 @@
+// Where the broker's logMessage and trace calls land: kept in order for tests to read, and
+// echoed to a stream (tools use stderr) for lines at or above a chosen severity. Thread-safe.
+#ifndef DIAGCORE_HOST_LOGSINK_H
+#define DIAGCORE_HOST_LOGSINK_H
+
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace NQORVA20::host {
+
+struct LogEntry {
+    int severity = 0; // CMPI severity: 1 error, 2 info, 3 warning, 4 debug; the level for traces
+    std::string id;   // message id, or the component for traces
+    std::string text;
+    bool trace = false; // written through the broker's trace function rather than logMessage
+};
+
+class LogSink {
+public:
+    // Keeps at most `capacity` entries, dropping the oldest first; 0 keeps everything.
+    explicit LogSink(std::size_t capacity = 1u << 20);
+
+    void write(LogEntry entry);
+    std::vector<LogEntry> entries() const;
+    // The texts of the logMessage entries with this id, in order.
+    std::vector<std::string> texts(const std::string& id) const;
+    std::size_t size() const;
+    void clear();
+
+    // Echoes every later logMessage entry of severity 1..maxSeverity (and traces up to that
+    // level) to `out`; a null stream or 0 turns echoing off.
+    void echoTo(std::ostream* out, int maxSeverity);
+
+private:
+    mutable std::mutex mutex_;
+    std::deque<LogEntry> entries_;
+    std::size_t capacity_;
+    std::ostream* echo_ = nullptr;
+    int echoLevel_ = 0;
+};
+
+} // namespace NQORVA20::host
+
+#endif

@@ -1,0 +1,44 @@
+// A CMPIResult that keeps its own copies of everything returned on it, and the order of the
+// calls made on it. What it holds lives until the sink is cleared or destroyed.
+#ifndef DIAGCORE_HOST_RESULTSINK_H
+#define DIAGCORE_HOST_RESULTSINK_H
+
+#include <cmpidt.h>
+
+#include <memory>
+#include <vector>
+
+namespace NQORVA20::host {
+
+class Broker;
+
+class ResultSink {
+public:
+    enum class Call { Data, Instance, ObjectPath, Done, Error };
+
+    explicit ResultSink(Broker& broker);
+    ~ResultSink();
+    ResultSink(const ResultSink&) = delete;
+    ResultSink& operator=(const ResultSink&) = delete;
+
+    // The CMPIResult to hand to a provider; its calls land in this sink.
+    CMPIResult* cmpi();
+
+    const std::vector<Call>& calls() const;
+    // Copies (clones owned by the sink) in the order returned.
+    const std::vector<CMPIInstance*>& instances() const;
+    const std::vector<CMPIObjectPath*>& paths() const;
+    // Copies of returned data; strings, arrays and other objects in them are owned by the sink.
+    const std::vector<CMPIData>& data() const;
+    const std::vector<CMPIError*>& errors() const;
+    bool done() const;
+    void clear();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace NQORVA20::host
+
+#endif

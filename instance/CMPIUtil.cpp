@@ -1,0 +1,127 @@
+#include "instance/CMPIUtil.h"
+
+#include "common/Constants.h"
+
+#include <cmpift.h>
+
+namespace NQORVA20 {
+namespace CMPIUtil {
+
+namespace {
+
+std::string textOf(const CMPIString* s) {
+    if (s == nullptr || s->ft == nullptr)
+        return std::string();
+    const char* chars = s->ft->getCharPtr(s, nullptr);
+    return chars ? std::string(chars) : std::string();
+}
+
+// Undoes backslash escapes in one left-to-right pass: \n, \r and \t become the control
+// characters, any other escaped character stands for itself, and a trailing backslash vanishes.
+std::string unescape(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (c == '\\') {
+            if (++i == text.size())
+                break;
+            c = text[i];
+            if (c == 'n')
+                c = '\n';
+            else if (c == 'r')
+                c = '\r';
+            else if (c == 't')
+                c = '\t';
+        }
+        out.push_back(c);
+    }
+    return out;
+}
+
+} // namespace
+
+std::string GetClassName(const CMPIObjectPath* path) {
+    if (path == nullptr || path->ft == nullptr)
+        return std::string();
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    return textOf(path->ft->getClassName(path, &status));
+}
+
+std::string GetObjectPathString(const CMPIObjectPath* path) {
+    if (path == nullptr || path->ft == nullptr)
+        return std::string();
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    return StripObjectPath(unescape(textOf(path->ft->toString(path, &status))));
+}
+
+std::string StripObjectPath(std::string text) {
+    std::size_t first = text.find_first_of("./:");
+    if (first == std::string::npos || text[first] == '.')
+        return text;
+    std::size_t colon = text.find(':');
+    if (colon == std::string::npos)
+        return text;
+    return text.substr(colon + 1);
+}
+
+void ParseObjectPath(std::string& text, InstanceImpl& instance) {
+    const std::string stripped = StripObjectPath(text);
+    const std::size_t length = stripped.size();
+    const std::size_t dot = stripped.find('.');
+    instance.setClassName(stripped.substr(0, dot));
+    if (dot == std::string::npos)
+        return; // a class name alone has no bindings
+    std::size_t pos = dot + 1;
+    while (pos < length) {
+        const std::size_t nameStart = stripped.find_first_not_of(", \t", pos);
+        if (nameStart == std::string::npos)
+            return; // only separators left
+        const std::size_t nameEnd = stripped.find_first_of(" \t=", nameStart);
+        if (nameEnd == std::string::npos)
+            return;
+        const std::size_t open = stripped.find('"', nameEnd);
+        if (open == std::string::npos)
+            return;
+        const std::size_t close = stripped.find('"', open + 1);
+        if (close == std::string::npos)
+            return;
+        instance[stripped.substr(nameStart, nameEnd - nameStart)] =
+            stripped.substr(open + 1, close - open - 1);
+        pos = close + 1;
+    }
+}
+
+std::string GetDateTimeString(const CMPIBroker* broker) {
+    if (broker == nullptr || broker->eft == nullptr)
+        return std::string();
+    CMPIDateTime* now = broker->eft->newDateTime(broker, nullptr);
+    if (now == nullptr || now->ft == nullptr)
+        return std::string();
+    return textOf(now->ft->getStringFormat(now, nullptr));
+}
+
+std::string GetSystemName(const CMPIBroker* broker, const CMPIContext* ctx) {
+    if (broker == nullptr || broker->eft == nullptr || broker->bft == nullptr)
+        return std::string();
+    CMPIObjectPath* path =
+        broker->eft->newObjectPath(broker, cimNameSpace, "ZORQ_ComputerSystem", nullptr);
+    if (path == nullptr)
+        return std::string();
+    CMPIEnumeration* systems = broker->bft->enumerateInstances(broker, ctx, path, nullptr, nullptr);
+    if (systems == nullptr || systems->ft == nullptr ||
+        !systems->ft->hasNext(systems, nullptr))
+        return std::string();
+    CMPIData first = systems->ft->getNext(systems, nullptr);
+    CMPIInstance* system = first.value.inst;
+    if ((first.type != CMPI_instance) || (first.state & CMPI_nullValue) || system == nullptr ||
+        system->ft == nullptr)
+        return std::string();
+    CMPIData name = system->ft->getProperty(system, "Name", nullptr);
+    if (name.type != CMPI_string || (name.state & CMPI_nullValue))
+        return std::string();
+    return textOf(name.value.string);
+}
+
+} // namespace CMPIUtil
+} // namespace NQORVA20

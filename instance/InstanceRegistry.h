@@ -1,0 +1,67 @@
+// The process-wide store of every instance the providers publish. Registering an instance object
+// builds its CMPIInstance, keeps a clone, and files both under the upper-cased class name and the
+// object-path text; every later enumerate, get, association and method call is answered from
+// here. Nothing is ever taken out: instance objects, records and clones live until the process
+// ends. One registry-wide lock guards each operation; it is not held while an instance object's
+// method runs.
+#ifndef DIAGCORE_INSTANCE_INSTANCEREGISTRY_H
+#define DIAGCORE_INSTANCE_INSTANCEREGISTRY_H
+
+#include "common/Export.h"
+#include "instance/InstanceImpl.h"
+
+#include <cmpidt.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace NQORVA20 {
+
+class DIAGCORE_EXPORT InstanceRegistry {
+public:
+    // The registry's record of one registered instance.
+    class DIAGCORE_EXPORT Instance {
+    public:
+        Instance(InstanceImpl* impl, CMPIInstance* cmpiInstance);
+        InstanceImpl* impl;
+        CMPIInstance* cmpiInstance;
+    };
+    using InstanceContainer = std::map<std::string, Instance*>;
+
+    static InstanceRegistry* Singleton();
+
+    // Takes the instance object into the registry's keeping for the rest of the process.
+    void RegisterInstance(const CMPIBroker* broker, const CMPIContext* context,
+                          InstanceImpl* impl);
+    // The record filed under the path's class and object-path text, or null. A lookup leaves an
+    // entry behind for a class or text it did not find.
+    Instance* GetInstance(const CMPIBroker* broker, const CMPIObjectPath* path);
+    CMPIInstance* GetCMPIInstance(const CMPIBroker* broker, const CMPIObjectPath* path);
+    // Appends the class's instances, ordered by "EnumOrder" when the first one (smallest
+    // object-path text) has that property, else by object-path text.
+    void GetCMPIInstances(const CMPIBroker* broker, const CMPIObjectPath* path,
+                          std::vector<CMPIInstance*>& instances);
+    void GetCMPIInstances(const CMPIBroker* broker, std::string className,
+                          std::vector<CMPIInstance*>& instances);
+    // Runs the method of the instance object filed under the path; CMPI_RC_ERR_NOT_FOUND when
+    // there is none.
+    CMPIStatus InvokeMethod(const CMPIBroker* broker, const CMPIContext* context,
+                            const CMPIResult* result, const CMPIObjectPath* path,
+                            std::string methodName, const CMPIArgs* in, CMPIArgs* out);
+    // The class name with every character upper-cased by the C library's toupper.
+    static std::string NormalizeClassName(std::string className);
+
+private:
+    InstanceRegistry() = default;
+    Instance* lookup(const CMPIBroker* broker, const std::string& classKey,
+                     const std::string& pathText);
+
+    std::map<std::string, InstanceContainer*> instanceContainers;
+    std::mutex mutex_;
+};
+
+} // namespace NQORVA20
+
+#endif
