@@ -65,7 +65,9 @@ InstanceBuilder::InstanceBuilder(std::string nameSpace) : nameSpace_(std::move(n
 
 InstanceBuilder::~InstanceBuilder() = default;
 
-void InstanceBuilder::printNS() { std::cout << nameSpace_ << std::endl; }
+void InstanceBuilder::printNS() {
+    std::cout << nameSpace_ << std::endl;
+}
 
 CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext* ctx,
                                      std::string className, InstanceImpl& instance) {
@@ -218,12 +220,13 @@ CMPIValue InstanceBuilder::convert(const CMPIBroker* broker, const CMPIContext* 
     case CMPI_dateTime:
         if (broker == nullptr || broker->eft == nullptr)
             break;
-        value.dateTime = text.empty() ? broker->eft->newDateTime(broker, nullptr)
-                                      : broker->eft->newDateTimeFromChars(broker, text.c_str(),
-                                                                          nullptr);
+        value.dateTime = text.empty()
+                             ? broker->eft->newDateTime(broker, nullptr)
+                             : broker->eft->newDateTimeFromChars(broker, text.c_str(), nullptr);
         break;
     default:
-        std::cout << "we didn't handle this case..." << " " << type << " " << text << std::endl;
+        std::cout << "we didn't handle this case..."
+                  << " " << type << " " << text << std::endl;
         break;
     }
     return value;

@@ -2,6 +2,8 @@
 
 namespace NQORVA20 {
 
-const char* diagcoreVersion() { return DIAGCORE_VERSION_TEXT; }
+const char* diagcoreVersion() {
+    return DIAGCORE_VERSION_TEXT;
+}
 
 } // namespace NQORVA20

@@ -1,6 +1,7 @@
 #include "entry/DiagServiceProviderCommon.h"
 
 #include "common/CoreLog.h"
+#include "entry/AssociationLookup.h"
 #include "entry/EntryGuard.h"
 #include "instance/InstanceRegistry.h"
 
@@ -21,7 +22,9 @@ CMPIStatus status(CMPIrc rc) {
     return s;
 }
 
-bool usable(const CMPIResult* result) { return result != nullptr && result->ft != nullptr; }
+bool usable(const CMPIResult* result) {
+    return result != nullptr && result->ft != nullptr;
+}
 
 void returnDone(const CMPIResult* result) {
     if (usable(result))
@@ -32,8 +35,8 @@ void returnDone(const CMPIResult* result) {
 
 extern "C" {
 
-CMPIStatus DiagServiceProviderCommonCleanup(const CMPIBroker*, CMPIInstanceMI*,
-                                            const CMPIContext*, unsigned char) {
+CMPIStatus DiagServiceProviderCommonCleanup(const CMPIBroker*, CMPIInstanceMI*, const CMPIContext*,
+                                            unsigned char) {
     return status(CMPI_RC_OK);
 }
 
@@ -80,8 +83,8 @@ CMPIStatus DiagServiceProviderCommonGetInstance(const CMPIBroker* broker, CMPIIn
         if (inst == nullptr) {
             CMPIStatus miss = status(CMPI_RC_ERR_FAILED);
             if (broker != nullptr && broker->eft != nullptr)
-                miss.msg = broker->eft->newString(broker, "Could not find or construct instance",
-                                                  nullptr);
+                miss.msg =
+                    broker->eft->newString(broker, "Could not find or construct instance", nullptr);
             return miss;
         }
         if (usable(rslt))
@@ -123,14 +126,56 @@ CMPIStatus DiagServiceProviderCommonMethodCleanup(const CMPIBroker*, CMPIMethodM
 
 CMPIStatus DiagServiceProviderCommonInvokeMethod(const CMPIBroker* broker, CMPIMethodMI*,
                                                  const CMPIContext* ctx, const CMPIResult* rslt,
-                                                 const CMPIObjectPath* ref,
-                                                 const char* methodName, const CMPIArgs* in,
-                                                 CMPIArgs* out) {
+                                                 const CMPIObjectPath* ref, const char* methodName,
+                                                 const CMPIArgs* in, CMPIArgs* out) {
     return guarded(broker, "InvokeMethod", [&] {
         coreLog(broker, LogDebug, "+++ InvokeMethod");
         std::string name(methodName ? methodName : "");
         return InstanceRegistry::Singleton()->InvokeMethod(broker, ctx, rslt, ref, name, in, out);
     });
+}
+
+CMPIStatus DiagServiceProviderCommonAssociationCleanup(const CMPIBroker*, CMPIAssociationMI*,
+                                                       const CMPIContext*, unsigned char) {
+    return status(CMPI_RC_OK);
+}
+
+CMPIStatus DiagServiceProviderCommonAssociators(const CMPIBroker* broker, CMPIAssociationMI*,
+                                                const CMPIContext*, const CMPIResult* rslt,
+                                                const CMPIObjectPath* op, const char* assocClass,
+                                                const char* resultClass, const char* role,
+                                                const char* resultRole, const char**) {
+    return guarded(broker, "Associators", [&] {
+        NQORVA20::AssociatorsImpl(broker, rslt, op, assocClass, resultClass, role, resultRole,
+                                  NQORVA20::ReturnInstance);
+        return status(CMPI_RC_OK);
+    });
+}
+
+CMPIStatus DiagServiceProviderCommonAssociatorNames(const CMPIBroker* broker, CMPIAssociationMI*,
+                                                    const CMPIContext*, const CMPIResult* rslt,
+                                                    const CMPIObjectPath* op,
+                                                    const char* assocClass, const char* resultClass,
+                                                    const char* role, const char* resultRole) {
+    return guarded(broker, "AssociatorNames", [&] {
+        NQORVA20::AssociatorsImpl(broker, rslt, op, assocClass, resultClass, role, resultRole,
+                                  NQORVA20::ReturnObjectPath);
+        return status(CMPI_RC_OK);
+    });
+}
+
+CMPIStatus DiagServiceProviderCommonReferences(const CMPIBroker*, CMPIAssociationMI*,
+                                               const CMPIContext*, const CMPIResult*,
+                                               const CMPIObjectPath*, const char*, const char*,
+                                               const char**) {
+    return status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIStatus DiagServiceProviderCommonReferenceNames(const CMPIBroker*, CMPIAssociationMI*,
+                                                   const CMPIContext*, const CMPIResult*,
+                                                   const CMPIObjectPath*, const char*,
+                                                   const char*) {
+    return status(CMPI_RC_ERR_NOT_SUPPORTED);
 }
 
 } // extern "C"

@@ -17,9 +17,11 @@ DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonCleanup(const CMPIBroker* br
                                                             CMPIInstanceMI* mi,
                                                             const CMPIContext* ctx,
                                                             unsigned char terminating);
-DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonEnumInstanceNames(
-    const CMPIBroker* broker, CMPIInstanceMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
-    const CMPIObjectPath* ref);
+DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonEnumInstanceNames(const CMPIBroker* broker,
+                                                                      CMPIInstanceMI* mi,
+                                                                      const CMPIContext* ctx,
+                                                                      const CMPIResult* rslt,
+                                                                      const CMPIObjectPath* ref);
 DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonEnumInstances(
     const CMPIBroker* broker, CMPIInstanceMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
     const CMPIObjectPath* ref, const char** properties);
@@ -32,9 +34,11 @@ DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonCreateInstance(
 DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonModifyInstance(
     const CMPIBroker* broker, CMPIInstanceMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
     const CMPIObjectPath* cop, const CMPIInstance* ci, const char** properties);
-DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonDeleteInstance(
-    const CMPIBroker* broker, CMPIInstanceMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
-    const CMPIObjectPath* cop);
+DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonDeleteInstance(const CMPIBroker* broker,
+                                                                   CMPIInstanceMI* mi,
+                                                                   const CMPIContext* ctx,
+                                                                   const CMPIResult* rslt,
+                                                                   const CMPIObjectPath* cop);
 DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonExecQuery(
     const CMPIBroker* broker, CMPIInstanceMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
     const CMPIObjectPath* cop, const char* query, const char* language);
@@ -46,6 +50,25 @@ DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonMethodCleanup(const CMPIBrok
 DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonInvokeMethod(
     const CMPIBroker* broker, CMPIMethodMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
     const CMPIObjectPath* ref, const char* methodName, const CMPIArgs* in, CMPIArgs* out);
+
+DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonAssociationCleanup(const CMPIBroker* broker,
+                                                                       CMPIAssociationMI* mi,
+                                                                       const CMPIContext* ctx,
+                                                                       unsigned char terminating);
+DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonAssociators(
+    const CMPIBroker* broker, CMPIAssociationMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
+    const CMPIObjectPath* op, const char* assocClass, const char* resultClass, const char* role,
+    const char* resultRole, const char** properties);
+DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonAssociatorNames(
+    const CMPIBroker* broker, CMPIAssociationMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
+    const CMPIObjectPath* op, const char* assocClass, const char* resultClass, const char* role,
+    const char* resultRole);
+DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonReferences(
+    const CMPIBroker* broker, CMPIAssociationMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
+    const CMPIObjectPath* op, const char* resultClass, const char* role, const char** properties);
+DIAGCORE_EXPORT CMPIStatus DiagServiceProviderCommonReferenceNames(
+    const CMPIBroker* broker, CMPIAssociationMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
+    const CMPIObjectPath* op, const char* resultClass, const char* role);
 
 #ifdef __cplusplus
 }

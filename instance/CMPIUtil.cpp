@@ -109,8 +109,7 @@ std::string GetSystemName(const CMPIBroker* broker, const CMPIContext* ctx) {
     if (path == nullptr)
         return std::string();
     CMPIEnumeration* systems = broker->bft->enumerateInstances(broker, ctx, path, nullptr, nullptr);
-    if (systems == nullptr || systems->ft == nullptr ||
-        !systems->ft->hasNext(systems, nullptr))
+    if (systems == nullptr || systems->ft == nullptr || !systems->ft->hasNext(systems, nullptr))
         return std::string();
     CMPIData first = systems->ft->getNext(systems, nullptr);
     CMPIInstance* system = first.value.inst;

@@ -8,7 +8,9 @@ InstanceImpl::InstanceImpl() : className_("") {}
 
 InstanceImpl::InstanceImpl(std::string className) : className_(std::move(className)) {}
 
-InstanceImpl::InstanceImpl(const InstanceImpl& other) { *this = other; }
+InstanceImpl::InstanceImpl(const InstanceImpl& other) {
+    *this = other;
+}
 
 InstanceImpl& InstanceImpl::operator=(const InstanceImpl& other) {
     if (this != &other)
@@ -25,25 +27,41 @@ CMPIStatus InstanceImpl::invokeMethod(const CMPIBroker*, const CMPIContext*, con
     return status;
 }
 
-void InstanceImpl::setClassName(std::string className) { className_ = std::move(className); }
+void InstanceImpl::setClassName(std::string className) {
+    className_ = std::move(className);
+}
 
-std::string InstanceImpl::getClassName() { return className_; }
+std::string InstanceImpl::getClassName() {
+    return className_;
+}
 
-void InstanceImpl::setObjectPath(std::string objectPath) { objectPath_ = std::move(objectPath); }
+void InstanceImpl::setObjectPath(std::string objectPath) {
+    objectPath_ = std::move(objectPath);
+}
 
-std::string InstanceImpl::getObjectPath() { return objectPath_; }
+std::string InstanceImpl::getObjectPath() {
+    return objectPath_;
+}
 
-std::string& InstanceImpl::get(const std::string& name) { return properties_[name]; }
+std::string& InstanceImpl::get(const std::string& name) {
+    return properties_[name];
+}
 
-std::string& InstanceImpl::operator[](const std::string& name) { return properties_[name]; }
+std::string& InstanceImpl::operator[](const std::string& name) {
+    return properties_[name];
+}
 
 InstanceImpl::iterator InstanceImpl::find(const std::string& name) {
     return properties_.find(name);
 }
 
-InstanceImpl::iterator InstanceImpl::begin() { return properties_.begin(); }
+InstanceImpl::iterator InstanceImpl::begin() {
+    return properties_.begin();
+}
 
-InstanceImpl::iterator InstanceImpl::end() { return properties_.end(); }
+InstanceImpl::iterator InstanceImpl::end() {
+    return properties_.end();
+}
 
 void InstanceImpl::print() {
     for (const auto& [name, value] : properties_)

@@ -33,8 +33,7 @@ public:
     static InstanceRegistry* Singleton();
 
     // Takes the instance object into the registry's keeping for the rest of the process.
-    void RegisterInstance(const CMPIBroker* broker, const CMPIContext* context,
-                          InstanceImpl* impl);
+    void RegisterInstance(const CMPIBroker* broker, const CMPIContext* context, InstanceImpl* impl);
     // The record filed under the path's class and object-path text, or null. A lookup leaves an
     // entry behind for a class or text it did not find.
     Instance* GetInstance(const CMPIBroker* broker, const CMPIObjectPath* path);

@@ -1,0 +1,76 @@
+#include "entry/AssociationLookup.h"
+
+#include "common/CoreLog.h"
+#include "instance/CMPIUtil.h"
+#include "instance/InstanceRegistry.h"
+
+#include <cmpift.h>
+
+#include <vector>
+
+namespace NQORVA20 {
+
+void ReturnInstance(const CMPIResult* result, CMPIInstance* association) {
+    if (result != nullptr && result->ft != nullptr)
+        result->ft->returnInstance(result, association);
+}
+
+void ReturnObjectPath(const CMPIResult* result, CMPIInstance* association) {
+    CMPIObjectPath* path = association->ft->getObjectPath(association, nullptr);
+    if (result != nullptr && result->ft != nullptr && path != nullptr)
+        result->ft->returnObjectPath(result, path);
+}
+
+bool IsRefInstanceMatch(const CMPIBroker* broker, CMPIObjectPath* reference,
+                        std::string wantedPathText) {
+    const std::string referenceText = CMPIUtil::GetObjectPathString(reference);
+    coreLog(broker, LogDebug, "$$$$ IsRefInstanceMatch");
+    coreLog(broker, LogDebug, referenceText);
+    coreLog(broker, LogDebug, wantedPathText);
+    return referenceText == wantedPathText;
+}
+
+bool IsRefClassMatch(const CMPIBroker* broker, CMPIObjectPath* reference, std::string wantedClass) {
+    if (broker == nullptr || broker->eft == nullptr)
+        return false;
+    return broker->eft->classPathIsA(broker, reference, wantedClass.c_str(), nullptr) != 0;
+}
+
+bool HasReferenceTo(const CMPIBroker* broker, CMPIInstance* association, std::string wanted,
+                    const char* propertyName, ReferenceMatch match) {
+    auto isReference = [](const CMPIData& d) {
+        return d.type == CMPI_ref && !(d.state & CMPI_nullValue) && d.value.ref != nullptr;
+    };
+    if (propertyName != nullptr) {
+        CMPIData data = association->ft->getProperty(association, propertyName, nullptr);
+        return isReference(data) && match(broker, data.value.ref, wanted);
+    }
+    const CMPICount count = association->ft->getPropertyCount(association, nullptr);
+    for (CMPICount i = 0; i < count; ++i) {
+        CMPIData data = association->ft->getPropertyAt(association, i, nullptr, nullptr);
+        if (isReference(data) && match(broker, data.value.ref, wanted))
+            return true;
+    }
+    return false;
+}
+
+void AssociatorsImpl(const CMPIBroker* broker, const CMPIResult* result,
+                     const CMPIObjectPath* source, const char* assocClass, const char* resultClass,
+                     const char* role, const char* resultRole, ReturnFunction returnFn) {
+    if (assocClass != nullptr) {
+        const std::string sourceText = CMPIUtil::GetObjectPathString(source);
+        std::vector<CMPIInstance*> associations;
+        InstanceRegistry::Singleton()->GetCMPIInstances(broker, assocClass, associations);
+        for (CMPIInstance* association : associations) {
+            if (!HasReferenceTo(broker, association, sourceText, role, IsRefInstanceMatch))
+                continue;
+            if (resultClass == nullptr ||
+                HasReferenceTo(broker, association, resultClass, resultRole, IsRefClassMatch))
+                returnFn(result, association);
+        }
+    }
+    if (result != nullptr && result->ft != nullptr)
+        result->ft->returnDone(result);
+}
+
+} // namespace NQORVA20
