@@ -7,6 +7,7 @@
 #include "instance/InstanceRegistry.h"
 
 #include <cmpift.h>
+#include <cmpimacs.h>
 
 #include <memory>
 
@@ -21,7 +22,7 @@ CMPIEnumeration* AvailServiceFactory::EnumerateUsers(const CMPIBroker* broker,
         broker->eft->newObjectPath(broker, cimNameSpace, className.c_str(), nullptr);
     if (path == nullptr)
         return nullptr;
-    return broker->bft->enumerateInstances(broker, ctx, path, nullptr, nullptr);
+    return CBEnumInstances(broker, ctx, path, nullptr, nullptr);
 }
 
 void AvailServiceFactory::CreateAvailableServices(const CMPIBroker* broker, const CMPIContext* ctx,

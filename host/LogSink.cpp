@@ -6,7 +6,7 @@ LogSink::LogSink(std::size_t capacity) : capacity_(capacity) {}
 
 void LogSink::write(LogEntry entry) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (echo_ && entry.severity >= 1 && entry.severity <= echoLevel_) {
+    if (echo_ && !entry.dropped && entry.severity >= 1 && entry.severity <= echoLevel_) {
         *echo_ << (entry.trace ? "trace " : "") << entry.id << "[" << entry.severity
                << "]: " << entry.text << '\n';
         echo_->flush();

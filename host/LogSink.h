@@ -17,6 +17,9 @@ struct LogEntry {
     std::string id;   // message id, or the component for traces
     std::string text;
     bool trace = false; // written through the broker's trace function rather than logMessage
+    // Refused by the object manager being imitated (sfcb answers logMessage with
+    // CMPI_RC_ERR_NOT_SUPPORTED): kept so tests can see what was sent, never echoed.
+    bool dropped = false;
 };
 
 class LogSink {
@@ -26,7 +29,7 @@ public:
 
     void write(LogEntry entry);
     std::vector<LogEntry> entries() const;
-    // The texts of the logMessage entries with this id, in order.
+    // The texts of the logMessage entries with this id, in order, dropped ones included.
     std::vector<std::string> texts(const std::string& id) const;
     std::size_t size() const;
     void clear();

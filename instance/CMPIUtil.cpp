@@ -3,6 +3,7 @@
 #include "common/Constants.h"
 
 #include <cmpift.h>
+#include <cmpimacs.h>
 
 namespace NQORVA20 {
 namespace CMPIUtil {
@@ -108,7 +109,7 @@ std::string GetSystemName(const CMPIBroker* broker, const CMPIContext* ctx) {
         broker->eft->newObjectPath(broker, cimNameSpace, "ZORQ_ComputerSystem", nullptr);
     if (path == nullptr)
         return std::string();
-    CMPIEnumeration* systems = broker->bft->enumerateInstances(broker, ctx, path, nullptr, nullptr);
+    CMPIEnumeration* systems = CBEnumInstances(broker, ctx, path, nullptr, nullptr);
     if (systems == nullptr || systems->ft == nullptr || !systems->ft->hasNext(systems, nullptr))
         return std::string();
     CMPIData first = systems->ft->getNext(systems, nullptr);
