@@ -15,6 +15,7 @@
 
 namespace NQORVA20::host {
 
+class CallArena;
 class ClassRepository;
 class Dispatcher;
 class LogSink;
@@ -44,6 +45,10 @@ public:
     // A context as the host passes to a provider call: CMPIInitNameSpace set to ns,
     // CMPIInvocationFlags 0, CMPIPrincipal "root". Owned like any other broker object.
     CMPIContext* newContext(const std::string& ns);
+
+    // The arena holding the objects made while no call scope of this broker is open on the
+    // calling thread; they are freed with the broker.
+    CallArena& ownArena();
 
 private:
     struct Impl;

@@ -22,6 +22,16 @@ public:
     // How many broker objects this scope owns right now.
     std::size_t ownedCount() const;
 
+    // Where an object the broker makes right now on this thread goes: the innermost open scope
+    // of this thread opened for that broker, or the broker's own arena when there is none.
+    static CallArena& arenaFor(Broker& broker);
+    // The innermost open scope's arena on this thread, whatever its broker; null when none.
+    static CallArena* innermost();
+    // Hands an encapsulated object the caller owns (a clone, made by this broker) to the calling
+    // thread's current scope for the broker, as if the broker had just made it there. False,
+    // changing nothing, for null, for objects of other origin and for objects someone owns.
+    static bool adopt(Broker& broker, const void* object);
+
 private:
     Broker& broker_;
     CallArena* arena_;

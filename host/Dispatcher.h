@@ -16,8 +16,8 @@ class Dispatcher {
 public:
     virtual ~Dispatcher() = default;
 
-    virtual OperationStatus enumerateInstanceNames(const CMPIContext* ctx,
-                                                   const CMPIObjectPath* op, ResultSink& out) = 0;
+    virtual OperationStatus enumerateInstanceNames(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                                   ResultSink& out) = 0;
     virtual OperationStatus enumerateInstances(const CMPIContext* ctx, const CMPIObjectPath* op,
                                                const char** properties, ResultSink& out) = 0;
     virtual OperationStatus getInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
@@ -30,8 +30,7 @@ public:
     virtual OperationStatus deleteInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
                                            ResultSink& out) = 0;
     virtual OperationStatus execQuery(const CMPIContext* ctx, const CMPIObjectPath* op,
-                                      const char* query, const char* language,
-                                      ResultSink& out) = 0;
+                                      const char* query, const char* language, ResultSink& out) = 0;
     virtual OperationStatus associators(const CMPIContext* ctx, const CMPIObjectPath* op,
                                         const char* assocClass, const char* resultClass,
                                         const char* role, const char* resultRole,

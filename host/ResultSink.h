@@ -34,6 +34,11 @@ public:
     bool done() const;
     void clear();
 
+    // Hands over the instance (path) copies: from now on the caller owns each of them and must
+    // release it. The sink's list is left empty.
+    std::vector<CMPIInstance*> takeInstances();
+    std::vector<CMPIObjectPath*> takePaths();
+
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;

@@ -1,0 +1,133 @@
+// The embedded object manager as one object: a class repository, a log, a CMPI broker and a
+// provider manager, wired together. Load MOF and registration files, then run client operations
+// by CMPIObjectPath or by DMTF path text; each answers an OperationResult owning its copies.
+// Client operations may run on several threads at once. The destructor shuts the providers down.
+#ifndef DIAGCORE_HOST_HOST_H
+#define DIAGCORE_HOST_HOST_H
+
+#include "host/OperationResult.h"
+#include "host/PathDialect.h"
+
+#include <cmpidt.h>
+
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace NQORVA20::host {
+
+class Broker;
+class ClassRepository;
+class LogSink;
+class ProviderManager;
+
+class Host {
+public:
+    struct Options {
+        PathDialect dialect = PathDialect::Pegasus;
+        std::vector<std::string> providerPath; // folders holding lib<location>.so
+        int logEchoLevel = 0;                  // echo log entries of severity 1..level; 0: none
+        std::ostream* logEcho = nullptr;       // where to echo; std::cerr when null
+    };
+    using Arguments = std::vector<std::pair<std::string, CMPIData>>;
+
+    Host();
+    explicit Host(Options options);
+    ~Host();
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    // Throws MofError.
+    void loadMof(const std::string& path, const std::string& ns = "root/cimv2");
+    // Throws RegistrationError.
+    void loadRegistrations(const std::string& path);
+    void addProviderDir(const std::string& dir);
+
+    Broker& broker() { return *broker_; }
+    ClassRepository& classes() { return *classes_; }
+    LogSink& log() { return *log_; }
+    ProviderManager& providers() { return *providers_; }
+    PathDialect dialect() const { return dialect_; }
+
+    std::size_t unloadIdleProviders();
+    void shutdown();
+
+    // ---- Client operations. Path text without a namespace is taken in defaultNs; text that
+    // does not parse answers CMPI_RC_ERR_INVALID_PARAMETER with the parser's message. Empty
+    // filter strings mean "not given".
+    OperationResult enumerateInstances(const std::string& ns, const std::string& className);
+    OperationResult enumerateInstanceNames(const std::string& ns, const std::string& className);
+    OperationResult getInstance(const CMPIObjectPath* path);
+    OperationResult getInstance(const std::string& pathText);
+    OperationResult createInstance(const CMPIInstance* instance);
+    OperationResult deleteInstance(const CMPIObjectPath* path);
+    OperationResult deleteInstance(const std::string& pathText);
+    OperationResult execQuery(const std::string& ns, const std::string& className,
+                              const std::string& query, const std::string& language = "WQL");
+    OperationResult associators(const CMPIObjectPath* path, const std::string& assocClass = "",
+                                const std::string& resultClass = "", const std::string& role = "",
+                                const std::string& resultRole = "");
+    OperationResult associators(const std::string& pathText, const std::string& assocClass = "",
+                                const std::string& resultClass = "", const std::string& role = "",
+                                const std::string& resultRole = "");
+    OperationResult associatorNames(const CMPIObjectPath* path, const std::string& assocClass = "",
+                                    const std::string& resultClass = "",
+                                    const std::string& role = "",
+                                    const std::string& resultRole = "");
+    OperationResult associatorNames(const std::string& pathText, const std::string& assocClass = "",
+                                    const std::string& resultClass = "",
+                                    const std::string& role = "",
+                                    const std::string& resultRole = "");
+    OperationResult references(const CMPIObjectPath* path, const std::string& resultClass = "",
+                               const std::string& role = "");
+    OperationResult references(const std::string& pathText, const std::string& resultClass = "",
+                               const std::string& role = "");
+    OperationResult referenceNames(const CMPIObjectPath* path, const std::string& resultClass = "",
+                                   const std::string& role = "");
+    OperationResult referenceNames(const std::string& pathText, const std::string& resultClass = "",
+                                   const std::string& role = "");
+    OperationResult invokeMethod(const CMPIObjectPath* path, const std::string& method,
+                                 const Arguments& args = {});
+    OperationResult invokeMethod(const std::string& pathText, const std::string& method,
+                                 const Arguments& args = {});
+    OperationResult invokeMethod(const CMPIObjectPath* path, const std::string& method,
+                                 const CMPIArgs* args);
+    OperationResult invokeMethod(const std::string& pathText, const std::string& method,
+                                 const CMPIArgs* args);
+
+    // ---- Conveniences.
+    // A CMPIObjectPath from DMTF text, keys typed as the class declares them; it belongs to the
+    // calling thread's current CallScope, or to the broker when none is open. Throws
+    // ObjectPathError.
+    CMPIObjectPath* parsePath(const std::string& pathText,
+                              const std::string& defaultNs = "root/cimv2");
+    // A property's value as plain text (strings unquoted, booleans true/false, references as
+    // path text in the host's dialect); nothing when the property is absent or NULL.
+    std::optional<std::string> propertyText(const CMPIInstance* instance, const std::string& name);
+    // "instance of Class {\n    Prop = value;\n};" over the non-NULL properties, in the
+    // instance's order, values as MOF literals.
+    std::string mofText(const CMPIInstance* instance);
+    // The path as the host's dialect renders it.
+    std::string pathText(const CMPIObjectPath* path);
+
+    static const char* defaultNamespace() { return "root/cimv2"; }
+
+private:
+    template <class Op>
+    OperationResult run(const CMPIObjectPath* path, Op&& op);
+    template <class Op>
+    OperationResult runText(const std::string& pathText, Op&& op);
+
+    PathDialect dialect_;
+    std::unique_ptr<ClassRepository> classes_;
+    std::unique_ptr<LogSink> log_;
+    std::unique_ptr<Broker> broker_;
+    std::unique_ptr<ProviderManager> providers_;
+};
+
+} // namespace NQORVA20::host
+
+#endif

@@ -1,0 +1,78 @@
+// The host's CMPIInstance: one value slot per property its class declares (inherited ones
+// included), in the class's order, typed as declared and null until set. Property names are
+// the class's own; the instance holds only its values, the path's namespace and host, and an
+// optional property filter. Reading (getProperty, getObjectPath, clone) changes nothing, so an
+// instance may be read from several threads at once.
+#ifndef DIAGCORE_HOST_HOSTINSTANCE_H
+#define DIAGCORE_HOST_HOSTINSTANCE_H
+
+#include "host/HostObject.h"
+
+#include <cmpift.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace NQORVA20::host {
+
+struct CimClass;
+class HostObjectPath;
+
+class HostInstance final : public HostObject {
+public:
+    // Every property null; owned by nobody. The class must outlive the instance.
+    static HostInstance* create(Broker& broker, const CimClass& cls, std::string ns,
+                                std::string host);
+    static HostInstance* from(const CMPIInstance* inst);
+    static CMPIInstanceFT* table();
+
+    CMPIInstance* cmpi() { return &cmpi_; }
+    const CimClass& cimClass() const { return *class_; }
+    const std::string& nameSpace() const { return ns_; }
+    const std::string& host() const { return host_; }
+    std::size_t propertyCount() const { return count_; }
+    const char* propertyName(std::size_t index) const;
+    const CMPIData& at(std::size_t index) const { return values_[index]; }
+    // The index of a declared property, ignoring case; -1 when the class has none of that name.
+    long find(std::string_view name) const;
+
+    // Stores a copy of the value: CMPI_RC_ERR_TYPE_MISMATCH for a type other than the declared
+    // one (CMPI_chars is taken for strings, an instance for an embedded-object string); a null
+    // value pointer or CMPI_null makes the property null. Properties outside a set filter are
+    // left as they are.
+    CMPIrc set(std::size_t index, const CMPIValue* value, CMPIType type);
+    // The keys of a path become the values of the properties of those names; integer keys
+    // convert to the declared width, keys of undeclared names or unfit types are skipped.
+    void takeKeys(const HostObjectPath& path);
+    // The namespace and host the instance's path carries.
+    void setLocation(const std::string& ns, const std::string& host);
+    // Only these properties (and keys, and the names in keyList) take values from now on;
+    // a null list lifts the filter.
+    void setFilter(const char** properties, const char** keyList);
+
+    // A new path, owned by nobody: namespace and host of the instance, the class name as
+    // declared, and the key properties that are set, in declaration order.
+    HostObjectPath* makePath() const;
+
+    HostObject* copy() const override;
+    void* cmpiObject() override { return &cmpi_; }
+    ~HostInstance() override;
+
+private:
+    HostInstance(Broker& broker, const CimClass& cls, std::string ns, std::string host);
+
+    CMPIInstance cmpi_;
+    const CimClass* class_;
+    std::string ns_;
+    std::string host_;
+    std::unique_ptr<CMPIData[]> values_;
+    std::unique_ptr<std::vector<bool>> filter_;
+    // The number of values, fixed when the instance is made.
+    std::size_t count_;
+};
+
+} // namespace NQORVA20::host
+
+#endif

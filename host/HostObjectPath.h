@@ -1,0 +1,72 @@
+// The host's CMPIObjectPath: host, namespace, class name and key bindings in the order they
+// were added. Key and class names taken from the class repository are pointed at, not copied
+// (the repository keeps its classes for its whole life); names given by a provider are copied.
+#ifndef DIAGCORE_HOST_HOSTOBJECTPATH_H
+#define DIAGCORE_HOST_HOSTOBJECTPATH_H
+
+#include "host/HostObject.h"
+
+#include <cmpift.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace NQORVA20::host {
+
+class HostObjectPath final : public HostObject {
+public:
+    struct Key {
+        const char* name = nullptr;
+        std::unique_ptr<char[]> ownedName; // set when the name was copied
+        CMPIData value{};                  // a copy owned by the path
+    };
+
+    // Null texts are empty. Owned by nobody.
+    static HostObjectPath* create(Broker& broker, const char* ns, const char* className);
+    static HostObjectPath* from(const CMPIObjectPath* op);
+    static CMPIObjectPathFT* table();
+
+    CMPIObjectPath* cmpi() { return &cmpi_; }
+    const std::string& nameSpace() const { return ns_; }
+    const std::string& host() const { return host_; }
+    const char* className() const { return className_; }
+    const std::vector<Key>& keys() const { return keys_; }
+    // The key of that name, ignoring case; null when absent.
+    const Key* findKey(std::string_view name) const;
+
+    void setNameSpace(const char* ns) { ns_ = ns ? ns : ""; }
+    void setHost(const char* host) { host_ = host ? host : ""; }
+    void setClassName(const char* name);
+    // Points at a name that outlives the path instead of copying it.
+    void setClassNameBorrowed(const char* name);
+
+    // Adds a copy of the value under name, replacing a key of the same name (ignoring case) in
+    // place. Answers the copy's error (CMPI_RC_ERR_INVALID_HANDLE, ...).
+    CMPIrc addKey(const char* name, const CMPIValue* value, CMPIType type);
+    // Appends a key whose name outlives the path and whose value was copied for the path.
+    void appendBorrowedKey(const char* name, const CMPIData& ownedValue);
+    void reserveKeys(std::size_t count) { keys_.reserve(count); }
+
+    // The path as text in the broker's dialect.
+    std::string toString() const;
+
+    HostObject* copy() const override;
+    void* cmpiObject() override { return &cmpi_; }
+    ~HostObjectPath() override;
+
+private:
+    HostObjectPath(Broker& broker);
+
+    CMPIObjectPath cmpi_;
+    std::string ns_;
+    std::string host_;
+    const char* className_ = "";
+    std::unique_ptr<char[]> ownedClassName_;
+    std::vector<Key> keys_;
+};
+
+} // namespace NQORVA20::host
+
+#endif

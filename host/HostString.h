@@ -1,0 +1,50 @@
+// The host's CMPIString: an immutable text stored right behind the object in one allocation.
+// Its handle is the text itself (null for a string made from a null text), because the standard
+// CMGetCharPtr macro reads the handle directly.
+#ifndef DIAGCORE_HOST_HOSTSTRING_H
+#define DIAGCORE_HOST_HOSTSTRING_H
+
+#include "host/HostObject.h"
+
+#include <cmpift.h>
+
+#include <cstddef>
+
+namespace NQORVA20::host {
+
+class HostString final : public HostObject {
+public:
+    // A copy of `length` bytes at text, owned by nobody; a null text gives a null char pointer.
+    static HostString* create(Broker& broker, const char* text, std::size_t length);
+    static CMPIString* make(Broker& broker, const char* text, std::size_t length, Placement where);
+    // The same for a NUL-terminated (or null) text.
+    static CMPIString* make(Broker& broker, const char* text, Placement where);
+
+    // The host string behind s; null for null and for strings of other origin.
+    static HostString* from(const CMPIString* s);
+    static CMPIStringFT* table();
+    // The text of any CMPIString, read through its function table if it is not one of ours.
+    static const char* textOf(const CMPIString* s);
+
+    CMPIString* cmpi() { return &face_.s; }
+    const char* text() const { return static_cast<const char*>(face_.s.hdl); }
+    std::size_t length() const { return length_; }
+    HostObject* copy() const override;
+    void* cmpiObject() override { return &face_.s; }
+
+    static void operator delete(void* p) { ::operator delete(p); }
+
+private:
+    struct Face {
+        CMPIString s;
+        HostString* self;
+    };
+    HostString(Broker& broker, char* text, std::size_t length);
+
+    Face face_;
+    std::size_t length_;
+};
+
+} // namespace NQORVA20::host
+
+#endif

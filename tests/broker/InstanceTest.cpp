@@ -1,0 +1,237 @@
+// Instances made by the broker: typed by their class, null until set, strict about names and
+// types, and deriving their object path from the key properties.
+#include "BrokerFixture.h"
+
+namespace NQORVA20::host::test {
+
+using InstanceTest = BrokerFixture;
+
+TEST_F(InstanceTest, NewInstanceCarriesEveryDeclaredPropertyTypedAndNullInClassOrder) {
+    CMPIInstance* disk = instance("Test_Disk");
+    CMPIStatus rc{};
+    ASSERT_EQ(CMGetPropertyCount(disk, &rc), 8u);
+    const std::vector<std::pair<std::string, CMPIType>> expected = {
+        {"Caption", CMPI_string},  {"SystemName", CMPI_string}, {"CreationClassName", CMPI_string},
+        {"deviceID", CMPI_string}, {"Enabled", CMPI_boolean},   {"BlockSize", CMPI_uint64},
+        {"Labels", CMPI_stringA},  {"Detail", CMPI_string}};
+    for (CMPICount i = 0; i < expected.size(); ++i) {
+        CMPIString* name = nullptr;
+        CMPIData d = CMGetPropertyAt(disk, i, &name, &rc);
+        EXPECT_EQ(rc.rc, CMPI_RC_OK);
+        EXPECT_EQ(text(name), expected[i].first);
+        EXPECT_EQ(d.type, expected[i].second) << expected[i].first;
+        EXPECT_EQ(d.state, CMPI_nullValue) << expected[i].first;
+    }
+    // The name out-parameter is optional; past the end there is nothing.
+    EXPECT_EQ(CMGetPropertyAt(disk, 0, nullptr, &rc).type, CMPI_string);
+    CMPIData past = CMGetPropertyAt(disk, 8, nullptr, &rc);
+    EXPECT_EQ(rc.rc, CMPI_RC_ERR_NO_SUCH_PROPERTY);
+    EXPECT_EQ(past.type, CMPI_null);
+}
+
+TEST_F(InstanceTest, SetPropertyStoresTypedValuesAndGetPropertyIgnoresCase) {
+    CMPIInstance* rec = instance("Test_Record");
+    CMPIUint32 id = 7;
+    CMPIBoolean flag = 1;
+    CMPISint8 small = -5;
+    CMPIReal64 mean = 2.5;
+    CMPIUint8 byte = 200;
+    EXPECT_EQ(CMSetProperty(rec, "Id", &id, CMPI_uint32).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMSetProperty(rec, "flag", &flag, CMPI_boolean).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMSetProperty(rec, "SMALL", &small, CMPI_sint8).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMSetProperty(rec, "Mean", &mean, CMPI_real64).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMSetProperty(rec, "Byte", &byte, CMPI_uint8).rc, CMPI_RC_OK);
+    setChars(rec, "Text", "hello");
+
+    CMPIStatus rc{};
+    CMPIData d = CMGetProperty(rec, "iD", &rc);
+    EXPECT_EQ(rc.rc, CMPI_RC_OK);
+    EXPECT_EQ(d.type, CMPI_uint32);
+    EXPECT_EQ(d.state, CMPI_goodValue);
+    EXPECT_EQ(d.value.uint32, 7u);
+    EXPECT_EQ(CMGetProperty(rec, "Flag", nullptr).value.boolean, 1);
+    EXPECT_EQ(CMGetProperty(rec, "Small", nullptr).value.sint8, -5);
+    EXPECT_EQ(CMGetProperty(rec, "Mean", nullptr).value.real64, 2.5);
+    EXPECT_EQ(CMGetProperty(rec, "Byte", nullptr).value.uint8, 200);
+    // CMPI_chars is stored as a string.
+    EXPECT_EQ(CMGetProperty(rec, "Text", nullptr).type, CMPI_string);
+    EXPECT_EQ(stringProperty(rec, "text"), "hello");
+    // Properties not set stay null.
+    EXPECT_EQ(CMGetProperty(rec, "Total", nullptr).state, CMPI_nullValue);
+}
+
+TEST_F(InstanceTest, UndeclaredPropertyAnswersNoSuchPropertyWithTypelessNotFoundData) {
+    CMPIInstance* rec = instance("Test_Record");
+    CMPIStatus rc{};
+    CMPIData d = CMGetProperty(rec, "NoSuchThing", &rc);
+    EXPECT_EQ(rc.rc, CMPI_RC_ERR_NO_SUCH_PROPERTY);
+    EXPECT_EQ(d.type, 0);
+    EXPECT_EQ(d.state, CMPI_nullValue | CMPI_notFound);
+    CMPIUint32 v = 1;
+    EXPECT_EQ(CMSetProperty(rec, "NoSuchThing", &v, CMPI_uint32).rc, CMPI_RC_ERR_NO_SUCH_PROPERTY);
+    EXPECT_EQ(CMGetPropertyCount(rec, nullptr), 15u);
+}
+
+TEST_F(InstanceTest, SetPropertyRejectsTypesOtherThanTheDeclaredOneAndKeepsTheOldValue) {
+    CMPIInstance* rec = instance("Test_Record");
+    CMPIUint16 count = 3;
+    ASSERT_EQ(CMSetProperty(rec, "Count", &count, CMPI_uint16).rc, CMPI_RC_OK);
+    CMPIUint32 wide = 4;
+    CMPIStatus rc = CMSetProperty(rec, "Count", &wide, CMPI_uint32);
+    EXPECT_EQ(rc.rc, CMPI_RC_ERR_TYPE_MISMATCH);
+    EXPECT_EQ(CMSetProperty(rec, "Count", "3", CMPI_chars).rc, CMPI_RC_ERR_TYPE_MISMATCH);
+    EXPECT_EQ(CMSetProperty(rec, "Text", &count, CMPI_uint16).rc, CMPI_RC_ERR_TYPE_MISMATCH);
+    EXPECT_EQ(CMGetProperty(rec, "Count", nullptr).value.uint16, 3);
+
+    // An array must be the declared array type, with the declared element type.
+    CMPIArray* strings = CMNewArray(mb, 1, CMPI_string, nullptr);
+    EXPECT_EQ(CMSetProperty(rec, "Numbers", &strings, CMPI_uint16A).rc, CMPI_RC_ERR_TYPE_MISMATCH);
+    CMPIArray* numbers = CMNewArray(mb, 2, CMPI_uint16, nullptr);
+    EXPECT_EQ(CMSetProperty(rec, "Numbers", &numbers, CMPI_uint16A).rc, CMPI_RC_OK);
+
+    // A null value pointer makes the property null again.
+    EXPECT_EQ(CMSetProperty(rec, "Count", nullptr, CMPI_uint16).rc, CMPI_RC_OK);
+    CMPIData d = CMGetProperty(rec, "Count", nullptr);
+    EXPECT_EQ(d.type, CMPI_uint16);
+    EXPECT_EQ(d.state, CMPI_nullValue);
+}
+
+TEST_F(InstanceTest, SetPropertyKeepsACopySoTheCallersObjectsMayGo) {
+    CMPIInstance* rec = instance("Test_Record");
+    CMPIStatus rc{};
+    {
+        CallScope scope(*broker);
+        CMPIString* s = CMNewString(mb, "copied", &rc);
+        ASSERT_EQ(CMSetProperty(rec, "Text", &s, CMPI_string).rc, CMPI_RC_OK);
+        CMPIArray* a = CMNewArray(mb, 2, CMPI_uint16A, &rc);
+        CMPIUint16 v = 9;
+        ASSERT_EQ(CMSetArrayElementAt(a, 1, &v, CMPI_uint16).rc, CMPI_RC_OK);
+        ASSERT_EQ(CMSetProperty(rec, "Numbers", &a, CMPI_uint16A).rc, CMPI_RC_OK);
+        CMPIDateTime* dt = CMNewDateTimeFromChars(mb, "20240229123000.000000+000", &rc);
+        ASSERT_EQ(CMSetProperty(rec, "When", &dt, CMPI_dateTime).rc, CMPI_RC_OK);
+        CMPIObjectPath* target = path("root/cimv2", "Test_Disk");
+        ASSERT_EQ(CMSetProperty(rec, "Target", &target, CMPI_ref).rc, CMPI_RC_OK);
+        CMRelease(s);
+    } // every object made above is freed here
+    EXPECT_EQ(stringProperty(rec, "Text"), "copied");
+    CMPIData numbers = CMGetProperty(rec, "Numbers", nullptr);
+    ASSERT_EQ(numbers.type, CMPI_uint16A);
+    EXPECT_EQ(CMGetArrayCount(numbers.value.array, nullptr), 2u);
+    EXPECT_EQ(CMGetArrayElementAt(numbers.value.array, 1, nullptr).value.uint16, 9);
+    CMPIData when = CMGetProperty(rec, "When", nullptr);
+    EXPECT_EQ(text(CMGetStringFormat(when.value.dateTime, nullptr)), "20240229123000.000000+000");
+    CMPIData target = CMGetProperty(rec, "Target", nullptr);
+    EXPECT_EQ(text(CMGetClassName(target.value.ref, nullptr)), "Test_Disk");
+}
+
+TEST_F(InstanceTest, EmbeddedInstanceStringPropertyAcceptsAnInstance) {
+    CMPIInstance* disk = instance("Test_Disk");
+    CMPIInstance* rec = instance("Test_Record");
+    EXPECT_EQ(CMSetProperty(disk, "Detail", &rec, CMPI_instance).rc, CMPI_RC_OK);
+    CMPIData d = CMGetProperty(disk, "Detail", nullptr);
+    EXPECT_EQ(d.type, CMPI_instance);
+    EXPECT_NE(d.value.inst, rec); // a copy
+    // A plain string property does not.
+    EXPECT_EQ(CMSetProperty(disk, "Caption", &rec, CMPI_instance).rc, CMPI_RC_ERR_TYPE_MISMATCH);
+}
+
+TEST_F(InstanceTest, GetObjectPathHasTheSetKeysInDeclarationOrderAndThePathsLocation) {
+    CMPIObjectPath* op = path("root/test", "test_disk");
+    CMSetHostname(op, "server1");
+    CimClass copy = *repo.findClass("root/cimv2", "Test_Disk");
+    copy.superclass.clear();
+    repo.addClass("root/test", copy);
+    CMPIStatus rc{};
+    CMPIInstance* disk = CMNewInstance(mb, op, &rc);
+    ASSERT_EQ(rc.rc, CMPI_RC_OK);
+    setChars(disk, "deviceID", "sda");
+    setChars(disk, "SystemName", "host1");
+    setChars(disk, "Caption", "not a key");
+
+    CMPIObjectPath* result = CMGetObjectPath(disk, &rc);
+    ASSERT_EQ(rc.rc, CMPI_RC_OK);
+    EXPECT_EQ(text(CMGetNameSpace(result, nullptr)), "root/test");
+    EXPECT_EQ(text(CMGetHostname(result, nullptr)), "server1");
+    // The class name as the class declares it, not as the path spelled it.
+    EXPECT_EQ(text(CMGetClassName(result, nullptr)), "Test_Disk");
+    // CreationClassName is not set, so it is not a key binding.
+    ASSERT_EQ(CMGetKeyCount(result, nullptr), 2u);
+    CMPIString* name = nullptr;
+    CMPIData first = CMGetKeyAt(result, 0, &name, nullptr);
+    EXPECT_EQ(text(name), "SystemName");
+    EXPECT_EQ(text(first.value.string), "host1");
+    CMGetKeyAt(result, 1, &name, nullptr);
+    EXPECT_EQ(text(name), "deviceID");
+
+    setChars(disk, "CreationClassName", "Test_Disk");
+    CMPIObjectPath* full = CMGetObjectPath(disk, nullptr);
+    ASSERT_EQ(CMGetKeyCount(full, nullptr), 3u);
+    CMGetKeyAt(full, 1, &name, nullptr);
+    EXPECT_EQ(text(name), "CreationClassName");
+    // The earlier path is a snapshot.
+    EXPECT_EQ(CMGetKeyCount(result, nullptr), 2u);
+}
+
+TEST_F(InstanceTest, NewInstanceTakesTheKeysOfItsPathAndRejectsUnknownClasses) {
+    CMPIObjectPath* op = path("root/cimv2", "Test_Record");
+    CMPISint64 id = 42; // parsed paths carry integer keys as sint64
+    CMAddKey(op, "ID", &id, CMPI_sint64);
+    CMAddKey(op, "NotDeclared", "x", CMPI_chars);
+    CMPIStatus rc{};
+    CMPIInstance* rec = CMNewInstance(mb, op, &rc);
+    ASSERT_EQ(rc.rc, CMPI_RC_OK);
+    CMPIData d = CMGetProperty(rec, "Id", nullptr);
+    EXPECT_EQ(d.type, CMPI_uint32);
+    EXPECT_EQ(d.value.uint32, 42u);
+    EXPECT_EQ(CMGetPropertyCount(rec, nullptr), 15u);
+
+    // An empty namespace means root/cimv2.
+    EXPECT_NE(CMNewInstance(mb, path("", "Test_Record"), &rc), nullptr);
+    EXPECT_EQ(rc.rc, CMPI_RC_OK);
+    EXPECT_EQ(CMNewInstance(mb, path("root/cimv2", "Test_Missing"), &rc), nullptr);
+    EXPECT_EQ(rc.rc, CMPI_RC_ERR_INVALID_CLASS);
+    EXPECT_EQ(CMNewInstance(mb, path("root/other", "Test_Record"), &rc), nullptr);
+    EXPECT_EQ(rc.rc, CMPI_RC_ERR_INVALID_CLASS);
+}
+
+TEST_F(InstanceTest, CloneIsDeepAndIndependent) {
+    CMPIInstance* rec = instance("Test_Record");
+    setChars(rec, "Text", "before");
+    CMPIStatus rc{};
+    CMPIInstance* copy = CMClone(rec, &rc);
+    ASSERT_EQ(rc.rc, CMPI_RC_OK);
+    setChars(rec, "Text", "after");
+    EXPECT_EQ(stringProperty(copy, "Text"), "before");
+    EXPECT_NE(CMGetProperty(copy, "Text", nullptr).value.string,
+              CMGetProperty(rec, "Text", nullptr).value.string);
+    EXPECT_EQ(CMRelease(copy).rc, CMPI_RC_OK);
+}
+
+TEST_F(InstanceTest, PropertyFilterIgnoresSettingOtherPropertiesButKeepsKeys) {
+    CMPIInstance* rec = instance("Test_Record");
+    const char* props[] = {"Text", nullptr};
+    ASSERT_EQ(rec->ft->setPropertyFilter(rec, props, nullptr).rc, CMPI_RC_OK);
+    CMPIUint32 id = 1;
+    CMPIUint16 count = 2;
+    EXPECT_EQ(CMSetProperty(rec, "Id", &id, CMPI_uint32).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMSetProperty(rec, "Count", &count, CMPI_uint16).rc, CMPI_RC_OK);
+    setChars(rec, "Text", "kept");
+    EXPECT_EQ(CMGetProperty(rec, "Id", nullptr).value.uint32, 1u);
+    EXPECT_EQ(CMGetProperty(rec, "Count", nullptr).state, CMPI_nullValue);
+    EXPECT_EQ(stringProperty(rec, "Text"), "kept");
+}
+
+TEST_F(InstanceTest, SetObjectPathMovesTheInstanceAndTakesKeys) {
+    CMPIInstance* rec = instance("Test_Record");
+    CMPIObjectPath* op = path("root/elsewhere", "Test_Record");
+    CMPIUint32 id = 5;
+    CMAddKey(op, "Id", &id, CMPI_uint32);
+    ASSERT_EQ(rec->ft->setObjectPath(rec, op).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMGetProperty(rec, "Id", nullptr).value.uint32, 5u);
+    CMPIObjectPath* moved = CMGetObjectPath(rec, nullptr);
+    EXPECT_EQ(text(CMGetNameSpace(moved, nullptr)), "root/elsewhere");
+    EXPECT_EQ(rec->ft->setObjectPath(rec, path("root/cimv2", "Test_Disk")).rc,
+              CMPI_RC_ERR_INVALID_PARAMETER);
+}
+
+} // namespace NQORVA20::host::test

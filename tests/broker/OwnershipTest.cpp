@@ -1,0 +1,148 @@
+// Who frees what: objects made during a call go with its scope, clones live until released,
+// objects made outside any call belong to the broker, and the memory functions follow scopes.
+#include "BrokerFixture.h"
+
+#include "host/CallArena.h"
+
+namespace NQORVA20::host::test {
+
+using OwnershipTest = BrokerFixture;
+
+TEST_F(OwnershipTest, ScopeFreesWhatWasMadeInItButNotClones) {
+    std::size_t brokerOwned = broker->ownArena().size();
+    CMPIInstance* survivor = nullptr;
+    {
+        CallScope scope(*broker);
+        CMPIInstance* inst = instance("Test_Record");
+        setChars(inst, "Text", "keep me");
+        CMNewString(mb, "temporary", nullptr);
+        EXPECT_EQ(scope.ownedCount(), 3u); // path, instance, string
+        survivor = CMClone(inst, nullptr);
+        EXPECT_EQ(scope.ownedCount(), 3u);
+    }
+    EXPECT_EQ(broker->ownArena().size(), brokerOwned);
+    EXPECT_EQ(stringProperty(survivor, "Text"), "keep me");
+    EXPECT_EQ(CMRelease(survivor).rc, CMPI_RC_OK);
+}
+
+TEST_F(OwnershipTest, ReleasingAnOwnedObjectFreesItEarlyAndLeavesItsScope) {
+    CallScope scope(*broker);
+    CMPIString* a = CMNewString(mb, "a", nullptr);
+    CMPIString* b = CMNewString(mb, "b", nullptr);
+    ASSERT_EQ(scope.ownedCount(), 2u);
+    EXPECT_EQ(CMRelease(a).rc, CMPI_RC_OK);
+    EXPECT_EQ(scope.ownedCount(), 1u);
+    EXPECT_STREQ(CMGetCharPtr(b), "b");
+    // Data read from an instance belongs to the instance: releasing it changes nothing.
+    CMPIInstance* inst = instance("Test_Record");
+    setChars(inst, "Text", "owned by the instance");
+    CMPIData d = CMGetProperty(inst, "Text", nullptr);
+    EXPECT_EQ(CMRelease(d.value.string).rc, CMPI_RC_OK);
+    EXPECT_EQ(stringProperty(inst, "Text"), "owned by the instance");
+}
+
+TEST_F(OwnershipTest, NestedScopesOwnTheirOwnObjects) {
+    CallScope outer(*broker);
+    CMNewString(mb, "outer", nullptr);
+    {
+        CallScope inner(*broker);
+        CMNewString(mb, "inner", nullptr);
+        CMNewArgs(mb, nullptr);
+        EXPECT_EQ(inner.ownedCount(), 2u);
+        EXPECT_EQ(outer.ownedCount(), 1u);
+        EXPECT_EQ(&CallScope::arenaFor(*broker), CallScope::innermost());
+    }
+    CMNewString(mb, "outer again", nullptr);
+    EXPECT_EQ(outer.ownedCount(), 2u);
+    // A scope opened for another broker does not take this broker's objects.
+    auto other = makeBroker(PathDialect::Sfcb);
+    CallScope foreign(*other);
+    CMNewString(mb, "still outer", nullptr);
+    EXPECT_EQ(outer.ownedCount(), 3u);
+    EXPECT_EQ(foreign.ownedCount(), 0u);
+}
+
+TEST_F(OwnershipTest, ObjectsMadeOutsideAnyScopeBelongToTheBroker) {
+    std::size_t before = broker->ownArena().size();
+    CMNewString(mb, "mine", nullptr);
+    CMNewDateTime(mb, nullptr);
+    EXPECT_EQ(broker->ownArena().size(), before + 2);
+}
+
+TEST_F(OwnershipTest, AdoptHandsAClonedObjectToTheCurrentScope) {
+    CMPIString* clone = nullptr;
+    {
+        CallScope scope(*broker);
+        CMPIString* made = CMNewString(mb, "x", nullptr);
+        clone = CMClone(made, nullptr);
+        EXPECT_TRUE(CallScope::adopt(*broker, clone));
+        EXPECT_EQ(scope.ownedCount(), 2u);
+        // Already owned: nothing changes.
+        EXPECT_FALSE(CallScope::adopt(*broker, clone));
+        void* notAnObject[2] = {};
+        EXPECT_FALSE(CallScope::adopt(*broker, notAnObject));
+    }
+    auto other = makeBroker(PathDialect::Sfcb);
+    CMPIString* made = CMNewString(other->cmpi(), "y", nullptr);
+    CMPIString* foreign = CMClone(made, nullptr);
+    EXPECT_FALSE(CallScope::adopt(*broker, foreign));
+    CMRelease(foreign);
+}
+
+TEST_F(OwnershipTest, MarkAndReleaseFreeWhatWasMadeSinceTheMark) {
+    CallScope scope(*broker);
+    CMNewString(mb, "before", nullptr);
+    CMPIStatus rc{};
+    CMPIGcStat* mark = mb->mft->mark(mb, &rc);
+    ASSERT_EQ(rc.rc, CMPI_RC_OK);
+    CMNewString(mb, "after", nullptr);
+    void* block = mb->mft->cmpiMalloc(mb, 100);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(scope.ownedCount(), 3u);
+    EXPECT_EQ(mb->mft->release(mb, mark).rc, CMPI_RC_OK);
+    EXPECT_EQ(scope.ownedCount(), 1u);
+    // The mark is gone with what followed it.
+    EXPECT_EQ(mb->mft->release(mb, mark).rc, CMPI_RC_ERR_INVALID_HANDLE);
+}
+
+TEST_F(OwnershipTest, MemoryBlocksBelongToTheScopeUnlessFreedEarly) {
+    CallScope scope(*broker);
+    char* copy = mb->mft->cmpiStrDup(mb, "text");
+    EXPECT_STREQ(copy, "text");
+    auto* zeros = static_cast<unsigned char*>(mb->mft->cmpiCalloc(mb, 16, 4));
+    ASSERT_NE(zeros, nullptr);
+    for (int i = 0; i < 64; ++i)
+        ASSERT_EQ(zeros[i], 0);
+    EXPECT_EQ(mb->mft->cmpiCalloc(mb, ~std::size_t(0), 16), nullptr);
+    auto* grown = static_cast<char*>(mb->mft->cmpiRealloc(mb, copy, 1000));
+    ASSERT_NE(grown, nullptr);
+    EXPECT_STREQ(grown, "text");
+    EXPECT_EQ(scope.ownedCount(), 2u);
+    mb->mft->cmpiFree(mb, grown);
+    EXPECT_EQ(scope.ownedCount(), 1u);
+    // Objects can be given back early through the memory table too.
+    CMPIString* s = CMNewString(mb, "s", nullptr);
+    CMPIInstance* inst = instance("Test_Record");
+    EXPECT_EQ(scope.ownedCount(), 4u);
+    mb->mft->freeString(mb, s);
+    mb->mft->freeInstance(mb, inst);
+    EXPECT_EQ(scope.ownedCount(), 2u);
+}
+
+TEST_F(OwnershipTest, AttachedThreadContextLivesUntilDetach) {
+    CMPIContext* ctx = broker->newContext("root/cimv2");
+    std::size_t before = broker->ownArena().size();
+    CMPIContext* prepared = mb->bft->prepareAttachThread(mb, ctx);
+    ASSERT_NE(prepared, nullptr);
+    EXPECT_EQ(broker->ownArena().size(), before + 1);
+    EXPECT_EQ(mb->bft->attachThread(mb, prepared).rc, CMPI_RC_OK);
+    EXPECT_EQ(text(CMGetContextEntry(prepared, CMPIInitNameSpace, nullptr).value.string),
+              "root/cimv2");
+    EXPECT_EQ(mb->bft->detachThread(mb, prepared).rc, CMPI_RC_OK);
+    EXPECT_EQ(broker->ownArena().size(), before);
+    // Detaching with the caller's own context leaves that context alone.
+    EXPECT_EQ(mb->bft->detachThread(mb, ctx).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMGetContextEntryCount(ctx, nullptr), 3u);
+}
+
+} // namespace NQORVA20::host::test
