@@ -17,8 +17,11 @@ InstanceRegistry::Instance::Instance(InstanceImpl* impl, CMPIInstance* cmpiInsta
     : impl(impl), cmpiInstance(cmpiInstance) {}
 
 InstanceRegistry* InstanceRegistry::Singleton() {
-    static InstanceRegistry registry;
-    return &registry;
+    // Made on first use and never destroyed: an object manager thread still serving while the
+    // process runs its exit handlers must not find the maps torn down, and everything the
+    // registry keeps stays reachable until the process is gone.
+    static InstanceRegistry* registry = new InstanceRegistry;
+    return registry;
 }
 
 std::string InstanceRegistry::NormalizeClassName(std::string className) {
@@ -54,7 +57,12 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
         InstanceContainer*& container = instanceContainers[classKey];
         if (container == nullptr)
             container = new InstanceContainer;
-        (*container)[pathText] = record;
+        Instance*& slot = (*container)[pathText];
+        // The record a later registration under the same text replaces stays alive, with its
+        // instance object and clone: a provider may still hold either.
+        if (slot != nullptr)
+            superseded_.push_back(slot);
+        slot = record;
         impl->setObjectPath(pathText);
     }
     coreLog(broker, LogDebug, ">>>>> Registered " + pathText);

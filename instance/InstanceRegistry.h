@@ -58,6 +58,8 @@ private:
                      const std::string& pathText);
 
     std::map<std::string, InstanceContainer*> instanceContainers;
+    // Records replaced by a later registration under the same object-path text; kept, never read.
+    std::vector<Instance*> superseded_;
     std::mutex mutex_;
 };
 
