@@ -1,0 +1,111 @@
+#include "providers/common/FamilyStartup.h"
+
+#include "diag/DiagServiceCapabilitiesData.h"
+#include "diag/DiagServiceSettingData.h"
+#include "diag/UseOfLog.h"
+#include "factory/AvailServiceFactory.h"
+#include "instance/CMPIUtil.h"
+#include "instance/InstanceRegistry.h"
+#include "providers/common/DiagnosticLog.h"
+#include "providers/common/HostName.h"
+#include "providers/common/ProviderLog.h"
+
+#include <memory>
+#include <vector>
+
+namespace NQORVA20::providers {
+
+namespace {
+
+// Registers the object and answers the path the registry filed it under; empty when the
+// object manager could not build it (for instance, a class the repository lacks).
+std::string publish(const CMPIBroker* broker, const CMPIContext* ctx,
+                    std::unique_ptr<InstanceImpl> object) {
+    InstanceImpl* kept = object.release();
+    const std::string className = kept->getClassName();
+    InstanceRegistry::Singleton()->RegisterInstance(broker, ctx, kept);
+    const std::string path = kept->getObjectPath();
+    if (path.empty())
+        ProviderLog::write(broker, ProviderLog::Error,
+                           "could not publish an instance of " + className);
+    return path;
+}
+
+} // namespace
+
+FamilyStartup::FamilyStartup(Classes classes) : classes_(std::move(classes)) {}
+
+std::string FamilyStartup::systemName(const CMPIBroker* broker, const CMPIContext* ctx) {
+    std::string name = CMPIUtil::GetSystemName(broker, ctx);
+    if (name.empty()) {
+        name = HostName::fullyQualified();
+        ProviderLog::write(broker, ProviderLog::Warning,
+                           "no ZORQ_ComputerSystem answered; using the host name " + name);
+    }
+    return name;
+}
+
+void FamilyStartup::publishCompanions(const CMPIBroker* broker, const CMPIContext* ctx,
+                                      DiagService& service) {
+    const std::string serviceName = service.get("Name");
+    const std::string servicePath = service.getObjectPath();
+
+    auto setting = std::make_unique<DiagServiceSettingData>(classes_.setting);
+    (*setting)["InstanceID"] = "ZORQ:" + serviceName + ":DefaultSetting";
+    (*setting)["ElementName"] = serviceName + " default setting";
+    (*setting)["Caption"] = "Default setting of " + serviceName;
+    publish(broker, ctx, std::move(setting));
+
+    auto capabilities = std::make_unique<DiagServiceCapabilitiesData>(classes_.capabilities);
+    (*capabilities)["InstanceID"] = "ZORQ:" + serviceName + ":Capabilities";
+    (*capabilities)["ElementName"] = serviceName + " capabilities";
+    (*capabilities)["Caption"] = "Capabilities of " + serviceName;
+    publish(broker, ctx, std::move(capabilities));
+
+    const std::string logPath =
+        publish(broker, ctx, std::make_unique<DiagnosticLog>(classes_.log, serviceName));
+    if (logPath.empty() || servicePath.empty())
+        return; // an association with a dangling end would mislead more than help
+    auto useOfLog = std::make_unique<UseOfLog>(classes_.useOfLog);
+    (*useOfLog)["Antecedent"] = logPath;
+    (*useOfLog)["Dependent"] = servicePath;
+    publish(broker, ctx, std::move(useOfLog));
+}
+
+unsigned int FamilyStartup::run(const CMPIBroker* broker, const CMPIContext* ctx,
+                                ServiceFactory& factory) {
+    unsigned int count = 0;
+    DiagService** table = factory.CreateServices(broker, ctx, count);
+    if (table == nullptr)
+        return 0;
+    std::vector<DiagService*> services(table, table + count);
+    delete[] table;
+
+    unsigned int registered = 0;
+    InstanceRegistry* registry = InstanceRegistry::Singleton();
+    for (DiagService* service : services) {
+        if (service == nullptr)
+            continue;
+        registry->RegisterInstance(broker, ctx, service);
+        if (service->getObjectPath().empty()) {
+            ProviderLog::write(broker, ProviderLog::Error,
+                               "could not publish the service " + service->get("Name"));
+            continue;
+        }
+        ++registered;
+        publishCompanions(broker, ctx, *service);
+
+        std::vector<CMPIInstance*> existing;
+        registry->GetCMPIInstances(broker, classes_.available, existing);
+        AvailServiceFactory associations;
+        associations.CreateAvailableServices(broker, ctx, service, classes_.element,
+                                             classes_.available,
+                                             static_cast<unsigned int>(existing.size()) + 1, 1);
+    }
+    ProviderLog::write(broker, ProviderLog::Info,
+                       "published " + std::to_string(registered) + " services testing " +
+                           classes_.element);
+    return registered;
+}
+
+} // namespace NQORVA20::providers

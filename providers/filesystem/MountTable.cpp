@@ -1,0 +1,126 @@
+#include "providers/filesystem/MountTable.h"
+
+#include "providers/common/EnvironmentSetting.h"
+#include "providers/common/SmallTextFile.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+namespace NQORVA20::providers {
+
+namespace {
+
+// The kernel's own views and interfaces: nothing on them is stored on a device.
+const std::set<std::string> pseudoTypes = {
+    "proc",      "sysfs",      "devtmpfs",        "devpts",      "mqueue",     "debugfs",
+    "tracefs",   "securityfs", "pstore",          "bpf",         "configfs",   "fusectl",
+    "hugetlbfs", "autofs",     "binfmt_misc",     "nsfs",        "rpc_pipefs", "efivarfs",
+    "selinuxfs", "cpuset",     "fuse.gvfsd-fuse", "fuse.portal", "ramfs"};
+// File systems served by another machine.
+const std::set<std::string> networkTypes = {"cifs",   "sshfs",     "fuse.sshfs",     "9p",
+                                            "ceph",   "glusterfs", "fuse.glusterfs", "afs",
+                                            "lustre", "davfs",     "fuse.davfs2",    "ncpfs"};
+// Type families named by their beginning: cgroup and cgroup2; nfs, nfs4, nfsd; smbfs, smb3.
+const char* const pseudoPrefixes[] = {"cgroup"};
+const char* const networkPrefixes[] = {"nfs", "smb"};
+
+bool startsWith(const std::string& text, const char* prefix) {
+    return text.rfind(prefix, 0) == 0;
+}
+
+bool hasOption(const std::string& options, const std::string& wanted) {
+    std::istringstream list(options);
+    std::string option;
+    while (std::getline(list, option, ','))
+        if (option == wanted)
+            return true;
+    return false;
+}
+
+} // namespace
+
+std::string MountTable::sourcePath() {
+    const std::string fake = EnvironmentSetting::text("ZORQ_FS_MOUNTS");
+    return fake.empty() ? "/proc/self/mounts" : fake;
+}
+
+std::string MountTable::unescape(const std::string& field) {
+    std::string out;
+    out.reserve(field.size());
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        if (field[i] == '\\' && i + 3 < field.size() &&
+            std::all_of(field.begin() + static_cast<long>(i) + 1,
+                        field.begin() + static_cast<long>(i) + 4,
+                        [](char c) { return c >= '0' && c <= '7'; })) {
+            const int code =
+                (field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 + (field[i + 3] - '0');
+            if (code > 0 && code < 256) {
+                out.push_back(static_cast<char>(code));
+                i += 3;
+                continue;
+            }
+        }
+        out.push_back(field[i]);
+    }
+    return out;
+}
+
+bool MountTable::isLocalType(const std::string& type) {
+    if (type.empty() || pseudoTypes.count(type) || networkTypes.count(type))
+        return false;
+    for (const char* prefix : pseudoPrefixes)
+        if (startsWith(type, prefix))
+            return false;
+    for (const char* prefix : networkPrefixes)
+        if (startsWith(type, prefix))
+            return false;
+    return true;
+}
+
+std::vector<MountTable::Entry> MountTable::parse(const std::string& text) {
+    std::vector<Entry> entries;
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        std::istringstream fields(line);
+        Entry entry;
+        if (!(fields >> entry.device >> entry.mountPoint >> entry.type >> entry.options))
+            continue;
+        entry.device = unescape(entry.device);
+        entry.mountPoint = unescape(entry.mountPoint);
+        entry.type = unescape(entry.type);
+        entry.options = unescape(entry.options);
+        if (entry.mountPoint.empty() || entry.mountPoint[0] != '/')
+            continue;
+        entry.readOnly = hasOption(entry.options, "ro");
+        entries.push_back(std::move(entry));
+    }
+    return entries;
+}
+
+std::vector<MountTable::Entry> MountTable::localFileSystems(const std::string& path) {
+    std::string error;
+    const std::optional<std::string> text = SmallTextFile::read(path, &error, 4 << 20);
+    if (!text)
+        throw std::runtime_error("cannot read the mounts table " + path + ": " + error);
+    std::vector<Entry> local;
+    for (Entry& entry : parse(*text)) {
+        if (!isLocalType(entry.type))
+            continue;
+        struct stat info;
+        if (::stat(entry.mountPoint.c_str(), &info) == 0 && !S_ISDIR(info.st_mode))
+            continue;
+        local.erase(
+            std::remove_if(local.begin(), local.end(),
+                           [&](const Entry& e) { return e.mountPoint == entry.mountPoint; }),
+            local.end());
+        local.push_back(std::move(entry));
+    }
+    return local;
+}
+
+} // namespace NQORVA20::providers
