@@ -1,0 +1,56 @@
+# Installation: the core library with its public headers under include/diagcore, a pkg-config
+# file, a CMake package (find_package(diagcore) gives diagcore::diagcore), the class and
+# registration files; and a Debian package made by cpack -G DEB.
+include(CMakePackageConfigHelpers)
+
+set(DIAGCORE_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/diagcore)
+foreach(dir common instance builder diag factory entry)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${dir} DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}
+          FILES_MATCHING PATTERN "*.h")
+endforeach()
+
+if(DIAGCORE_CMPI_INCLUDE_DIR)
+  set(DIAGCORE_PC_CMPI_CFLAGS "-I${DIAGCORE_CMPI_INCLUDE_DIR}")
+  target_include_directories(diagcore_cmpi INTERFACE $<INSTALL_INTERFACE:${DIAGCORE_CMPI_INCLUDE_DIR}>)
+else()
+  install(FILES cmpi/cmpidt.h cmpi/cmpift.h cmpi/cmpimacs.h cmpi/cmpios.h
+          DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi)
+  set(DIAGCORE_PC_CMPI_CFLAGS "-I\${includedir}/diagcore/cmpi")
+  target_include_directories(diagcore_cmpi INTERFACE
+    $<INSTALL_INTERFACE:${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi>)
+endif()
+target_include_directories(diagcore PUBLIC $<INSTALL_INTERFACE:${DIAGCORE_INSTALL_INCLUDEDIR}>)
+
+install(TARGETS diagcore diagcore_cmpi EXPORT diagcoreTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT Development)
+install(EXPORT diagcoreTargets NAMESPACE diagcore::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/diagcore)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/diagcoreConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/diagcoreConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/diagcore)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/diagcoreConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/diagcoreConfig.cmake
+              ${PROJECT_BINARY_DIR}/diagcoreConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/diagcore)
+# The .pc file finds its prefix from where it lies, so an install with --prefix or DESTDIR works.
+file(RELATIVE_PATH DIAGCORE_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/diagcore.pc.in ${PROJECT_BINARY_DIR}/diagcore.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/diagcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(EXISTS ${PROJECT_SOURCE_DIR}/mof)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/mof/ DESTINATION ${CMAKE_INSTALL_DATADIR}/diagcore/mof
+          PATTERN "CMakeLists.txt" EXCLUDE)
+endif()
+
+set(CPACK_PACKAGE_NAME libdiagcore)
+set(CPACK_PACKAGE_VENDOR "libdiagcore")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Common core of CIM diagnostic providers (CMPI)")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "libdiagcore developers <diagcore@localhost>")
+set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libstdc++6")
+include(CPack)
