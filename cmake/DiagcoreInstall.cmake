@@ -9,12 +9,26 @@ foreach(dir common instance builder diag factory entry)
           FILES_MATCHING PATTERN "*.h")
 endforeach()
 
+# A distribution's CMPI headers stay where they are; headers inside this tree (the bundled ones,
+# or a copy named through DIAGCORE_CMPI_INCLUDE_DIR) are installed with the core's.
+set(DIAGCORE_CMPI_EXTERNAL OFF)
 if(DIAGCORE_CMPI_INCLUDE_DIR)
+  cmake_path(IS_PREFIX PROJECT_SOURCE_DIR "${DIAGCORE_CMPI_INCLUDE_DIR}" NORMALIZE
+             DIAGCORE_CMPI_IN_TREE)
+  if(NOT DIAGCORE_CMPI_IN_TREE)
+    set(DIAGCORE_CMPI_EXTERNAL ON)
+  endif()
+endif()
+if(DIAGCORE_CMPI_EXTERNAL)
   set(DIAGCORE_PC_CMPI_CFLAGS "-I${DIAGCORE_CMPI_INCLUDE_DIR}")
   target_include_directories(diagcore_cmpi INTERFACE $<INSTALL_INTERFACE:${DIAGCORE_CMPI_INCLUDE_DIR}>)
 else()
-  install(FILES cmpi/cmpidt.h cmpi/cmpift.h cmpi/cmpimacs.h cmpi/cmpios.h
-          DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi)
+  set(cmpi_dir "${PROJECT_SOURCE_DIR}/cmpi")
+  if(DIAGCORE_CMPI_INCLUDE_DIR)
+    set(cmpi_dir "${DIAGCORE_CMPI_INCLUDE_DIR}")
+  endif()
+  install(FILES ${cmpi_dir}/cmpidt.h ${cmpi_dir}/cmpift.h ${cmpi_dir}/cmpimacs.h
+                ${cmpi_dir}/cmpios.h DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi)
   set(DIAGCORE_PC_CMPI_CFLAGS "-I\${includedir}/diagcore/cmpi")
   target_include_directories(diagcore_cmpi INTERFACE
     $<INSTALL_INTERFACE:${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi>)

@@ -23,3 +23,14 @@ export PKG_CONFIG_PATH="$(dirname "$(ls -d "$prefix"/lib*/pkgconfig | head -1)")
 "$cxx" -std=c++17 -shared -fPIC -o "$work/libsample-pc.so" "$sample/SampleProvider.cpp" \
   $(pkg-config --cflags --libs diagcore)
 nm -D --defined-only "$work/libsample-pc.so" | grep -q Sample_Provider_Create_InstanceMI
+
+# The installed diagctl finds the installed classes, registrations and providers on its own.
+"$prefix/bin/diagctl" enum ZORQ_FSDiagService --names | grep -q 'Name="FileSystemHealth"'
+
+# The Debian package carries the same files.
+(cd "$build" && cpack -G DEB -B "$work/deb" >/dev/null)
+contents="$(dpkg-deb -c "$work"/deb/libdiagcore_*.deb)"
+for f in usr/bin/diagctl usr/include/diagcore/entry/DiagProvider.h libzorqfsdiag.so \
+         share/diagcore/mof/registration/diagcore.reg; do
+  grep -q "$f" <<<"$contents"
+done

@@ -1,0 +1,179 @@
+#include "tools/Diagctl.h"
+
+#include "host/CallScope.h"
+#include "host/ClassRepository.h"
+#include "host/Host.h"
+#include "host/ObjectPathText.h"
+#include "host/OperationResult.h"
+#include "tools/DiagnosticDemo.h"
+#include "tools/DiagnosticRun.h"
+#include "tools/OutputFormatter.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+namespace NQORVA20::tools {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int exitFailed = 1;
+
+// The program's own folder, from the kernel's link to the running executable.
+fs::path programFolder() {
+    std::error_code ignored;
+    const fs::path self = fs::read_symlink("/proc/self/exe", ignored);
+    return self.empty() ? fs::path() : self.parent_path();
+}
+
+OutputFormatter::Style styleOf(const DiagctlOptions& options) {
+    return options.json ? OutputFormatter::Style::Json : OutputFormatter::Style::Mof;
+}
+
+} // namespace
+
+Diagctl::Locations Diagctl::defaultLocations() {
+    const fs::path prefix = programFolder().parent_path();
+    Locations installed{
+        (prefix / DIAGCTL_INSTALL_DATADIR / "diagcore/mof/diagcore.mof").string(),
+        (prefix / DIAGCTL_INSTALL_DATADIR / "diagcore/mof/registration/diagcore.reg").string(),
+        (prefix / DIAGCTL_INSTALL_LIBDIR / "diagcore/providers").string()};
+    std::error_code ignored;
+    if (!prefix.empty() && fs::exists(installed.mof, ignored))
+        return installed;
+    return Locations{DIAGCTL_BUILD_MOF, DIAGCTL_BUILD_REGISTRATIONS, DIAGCTL_BUILD_PROVIDERS};
+}
+
+Diagctl::Diagctl(DiagctlOptions options, std::ostream& out, std::ostream& err)
+    : options_(std::move(options)), out_(out), err_(err) {}
+
+int Diagctl::run() {
+    const Locations defaults = defaultLocations();
+    host::Host::Options hostOptions;
+    hostOptions.dialect = options_.dialect;
+    hostOptions.providerPath = options_.providers;
+    if (hostOptions.providerPath.empty())
+        hostOptions.providerPath.push_back(defaults.providers);
+    hostOptions.logEchoLevel = options_.verbose ? 4 : 0;
+    hostOptions.logEcho = &err_;
+    host::Host host(hostOptions);
+    try {
+        host.loadMof(options_.mof.empty() ? defaults.mof : options_.mof, options_.nameSpace);
+        host.loadRegistrations(options_.registrations.empty() ? defaults.registrations
+                                                              : options_.registrations);
+    } catch (const std::exception& e) {
+        err_ << "diagctl: " << e.what() << "\n";
+        return exitFailed;
+    }
+    return execute(host);
+}
+
+int Diagctl::execute(host::Host& host) {
+    using C = DiagctlOptions::Command;
+    switch (options_.command) {
+    case C::Classes:
+        return classes(host);
+    case C::Enum:
+        return enumerate(host);
+    case C::Get:
+        return get(host);
+    case C::Assoc:
+        return associators(host);
+    case C::Run:
+        return runDiagnostic(host);
+    case C::Demo:
+        return DiagnosticDemo(host, options_.nameSpace, out_, err_).run();
+    case C::Help:
+        break;
+    }
+    DiagctlOptions::usage(out_);
+    return 0;
+}
+
+int Diagctl::failed(const host::OperationResult& result) {
+    err_ << "diagctl: " << host::rcName(result.status.rc) << ": "
+         << (result.status.hasMessage ? result.status.message : "(no message)") << "\n";
+    return exitFailed;
+}
+
+int Diagctl::classes(host::Host& host) {
+    std::vector<std::string> names = host.classes().classNames(options_.nameSpace);
+    std::sort(names.begin(), names.end());
+    OutputFormatter(host, styleOf(options_), out_).names(names);
+    return 0;
+}
+
+int Diagctl::enumerate(host::Host& host) {
+    const std::string& className = options_.operands[0];
+    if (host.classes().findClass(options_.nameSpace, className) == nullptr) {
+        err_ << "diagctl: " << host::rcName(CMPI_RC_ERR_INVALID_CLASS) << ": no class " << className
+             << " in " << options_.nameSpace << "\n";
+        return exitFailed;
+    }
+    OutputFormatter format(host, styleOf(options_), out_);
+    if (options_.names) {
+        host::OperationResult result = host.enumerateInstanceNames(options_.nameSpace, className);
+        if (!result.ok())
+            return failed(result);
+        format.paths(result.paths());
+        return 0;
+    }
+    host::OperationResult result = host.enumerateInstances(options_.nameSpace, className);
+    if (!result.ok())
+        return failed(result);
+    format.instances(result.instances());
+    return 0;
+}
+
+int Diagctl::get(host::Host& host) {
+    host::OperationResult result = host.getInstance(options_.operands[0]);
+    if (!result.ok())
+        return failed(result);
+    OutputFormatter(host, styleOf(options_), out_).instances(result.instances());
+    return 0;
+}
+
+int Diagctl::associators(host::Host& host) {
+    const std::string& path = options_.operands[0];
+    OutputFormatter format(host, styleOf(options_), out_);
+    if (options_.names) {
+        host::OperationResult result = host.associatorNames(
+            path, options_.assocClass, options_.resultClass, options_.role, options_.resultRole);
+        if (!result.ok())
+            return failed(result);
+        format.paths(result.paths());
+        return 0;
+    }
+    host::OperationResult result = host.associators(path, options_.assocClass, options_.resultClass,
+                                                    options_.role, options_.resultRole);
+    if (!result.ok())
+        return failed(result);
+    format.instances(result.instances());
+    return 0;
+}
+
+int Diagctl::runDiagnostic(host::Host& host) {
+    host::CallScope scope(host.broker());
+    CMPIObjectPath* service = nullptr;
+    CMPIObjectPath* element = nullptr;
+    try {
+        service = host.parsePath(options_.operands[0], options_.nameSpace);
+        element = host.parsePath(options_.operands[1], options_.nameSpace);
+    } catch (const host::ObjectPathError& e) {
+        err_ << "diagctl: " << host::rcName(CMPI_RC_ERR_INVALID_PARAMETER) << ": " << e.what()
+             << "\n";
+        return exitFailed;
+    }
+    DiagnosticRun run(host, service, element, options_.nameSpace);
+    if (!run.carriedOut()) {
+        err_ << "diagctl: " << host::rcName(run.status().rc) << ": "
+             << (run.status().hasMessage ? run.status().message : "(no message)") << "\n";
+        return exitFailed;
+    }
+    OutputFormatter(host, styleOf(options_), out_).methodOutcome(run.returnValue(), run.record());
+    return 0;
+}
+
+} // namespace NQORVA20::tools

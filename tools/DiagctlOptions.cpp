@@ -1,0 +1,121 @@
+#include "tools/DiagctlOptions.h"
+
+#include <cstddef>
+#include <map>
+
+namespace NQORVA20::tools {
+
+namespace {
+
+struct CommandShape {
+    DiagctlOptions::Command command;
+    std::size_t operands;
+    bool filters; // takes --assoc-class, --result-class, --role, --result-role
+    bool names;   // takes --names
+};
+
+const std::map<std::string, CommandShape>& commands() {
+    using C = DiagctlOptions::Command;
+    static const std::map<std::string, CommandShape> table{
+        {"classes", {C::Classes, 0, false, false}}, {"enum", {C::Enum, 1, false, true}},
+        {"get", {C::Get, 1, false, false}},         {"assoc", {C::Assoc, 1, true, true}},
+        {"run", {C::Run, 2, false, false}},         {"demo", {C::Demo, 0, false, false}},
+        {"help", {C::Help, 0, false, false}}};
+    return table;
+}
+
+} // namespace
+
+void DiagctlOptions::usage(std::ostream& out) {
+    out << "usage: diagctl [options] COMMAND [ARGUMENTS]\n"
+           "commands:\n"
+           "  classes                       the classes of the namespace\n"
+           "  enum CLASS [--names]          the instances (or their paths) of a class\n"
+           "  get PATH                      one instance\n"
+           "  assoc PATH [--assoc-class C] [--result-class C] [--role R] [--result-role R]\n"
+           "             [--names]          the associators of an instance\n"
+           "  run SERVICE_PATH ELEMENT_PATH RunDiagnostic of a service on an element\n"
+           "  demo                          every service on every element it can test\n"
+           "paths are in the DMTF text form, e.g. 'ZORQ_NetworkPort.DeviceID=\"eth0\",...'\n"
+           "options:\n"
+           "  --json                 JSON instead of MOF instance text\n"
+           "  --verbose              show the providers' log lines on stderr\n"
+           "  --dialect pegasus|sfcb render object paths as that object manager does\n"
+           "  --namespace NS         the namespace (root/cimv2)\n"
+           "  --mof FILE             the class file to load (default: the shipped one)\n"
+           "  --registrations FILE   the provider registrations (default: the shipped one)\n"
+           "  --providers DIR        where the provider libraries are (repeatable)\n"
+           "  --help                 this text\n";
+}
+
+DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
+    DiagctlOptions o;
+    std::vector<std::string> words;
+    bool sawFilter = false;
+    bool sawNames = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        auto value = [&]() -> std::string {
+            if (i + 1 >= argc)
+                throw UsageError(a + " needs a value");
+            return argv[++i];
+        };
+        if (a == "--help" || a == "-h") {
+            o.command = Command::Help;
+            return o;
+        } else if (a == "--json") {
+            o.json = true;
+        } else if (a == "--verbose" || a == "-v") {
+            o.verbose = true;
+        } else if (a == "--names") {
+            o.names = sawNames = true;
+        } else if (a == "--dialect") {
+            const std::string d = value();
+            auto parsed = host::parseDialect(d);
+            if (!parsed)
+                throw UsageError("unknown dialect '" + d + "'");
+            o.dialect = *parsed;
+        } else if (a == "--namespace") {
+            o.nameSpace = value();
+        } else if (a == "--mof") {
+            o.mof = value();
+        } else if (a == "--registrations") {
+            o.registrations = value();
+        } else if (a == "--providers") {
+            o.providers.push_back(value());
+        } else if (a == "--assoc-class") {
+            o.assocClass = value(), sawFilter = true;
+        } else if (a == "--result-class") {
+            o.resultClass = value(), sawFilter = true;
+        } else if (a == "--role") {
+            o.role = value(), sawFilter = true;
+        } else if (a == "--result-role") {
+            o.resultRole = value(), sawFilter = true;
+        } else if (a.size() > 1 && a[0] == '-') {
+            throw UsageError("unknown option " + a);
+        } else {
+            words.push_back(a);
+        }
+    }
+    if (words.empty())
+        throw UsageError("no command given");
+    auto found = commands().find(words.front());
+    if (found == commands().end())
+        throw UsageError("unknown command '" + words.front() + "'");
+    const CommandShape& shape = found->second;
+    o.command = shape.command;
+    o.operands.assign(words.begin() + 1, words.end());
+    if (o.operands.size() != shape.operands)
+        throw UsageError(words.front() + " takes " + std::to_string(shape.operands) + " argument" +
+                         (shape.operands == 1 ? "" : "s"));
+    if (sawFilter && !shape.filters)
+        throw UsageError("association filters apply to assoc only");
+    if (sawNames && !shape.names)
+        throw UsageError("--names applies to enum and assoc only");
+    for (const std::string& operand : o.operands)
+        if (operand.empty())
+            throw UsageError(words.front() + " takes no empty argument");
+    return o;
+}
+
+} // namespace NQORVA20::tools

@@ -1,0 +1,49 @@
+// diagctl's command line: one command with its operands and filters, and the options that say
+// where the classes, registrations and provider libraries are and how to print. Options may
+// stand anywhere on the line.
+#ifndef DIAGCORE_TOOLS_DIAGCTLOPTIONS_H
+#define DIAGCORE_TOOLS_DIAGCTLOPTIONS_H
+
+#include "host/PathDialect.h"
+
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace NQORVA20::tools {
+
+// A command line diagctl cannot run; the caller prints the message and the usage text.
+class UsageError : public std::runtime_error {
+public:
+    explicit UsageError(const std::string& message) : std::runtime_error(message) {}
+};
+
+struct DiagctlOptions {
+    enum class Command { Classes, Enum, Get, Assoc, Run, Demo, Help };
+
+    Command command = Command::Help;
+    std::vector<std::string> operands; // CLASS, PATH or SERVICE_PATH ELEMENT_PATH
+
+    bool names = false;
+    std::string assocClass;
+    std::string resultClass;
+    std::string role;
+    std::string resultRole;
+
+    bool json = false;
+    bool verbose = false;
+    host::PathDialect dialect = host::PathDialect::Pegasus;
+    std::string nameSpace = "root/cimv2";
+    std::string mof;                    // empty: the default class file
+    std::string registrations;          // empty: the default registration file
+    std::vector<std::string> providers; // empty: the default provider folder
+
+    // Throws UsageError.
+    static DiagctlOptions parse(int argc, const char* const* argv);
+    static void usage(std::ostream& out);
+};
+
+} // namespace NQORVA20::tools
+
+#endif
