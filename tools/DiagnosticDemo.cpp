@@ -130,8 +130,8 @@ int DiagnosticDemo::run() {
             plan.elements.push_back(user.value.ref);
         }
         out_ << "  " << property(host_, service, "Name") << " ("
-             << property(host_, service, "Caption") << "): " << plan.elements.size()
-             << " element" << (plan.elements.size() == 1 ? "" : "s") << "\n";
+             << property(host_, service, "Caption") << "): " << plan.elements.size() << " element"
+             << (plan.elements.size() == 1 ? "" : "s") << "\n";
         for (const CMPIObjectPath* element : plan.elements)
             out_ << "    " << elementLabel(host_, element) << "\n";
         runs += plan.elements.size();
