@@ -106,7 +106,17 @@ CMPIStatus DiagService::invokeMethod(const CMPIBroker* broker, const CMPIContext
     (*record)["InstanceID"] = instanceId;
     (*record)["CreationTimeStamp"] = completed;
 
-    registry->RegisterInstance(broker, context, record.release());
+    // The registry keeps the record from here on, served or not; should registering throw, the
+    // record is still ours to free.
+    const bool published = registry->RegisterInstance(broker, context, record.get());
+    record.release();
+    if (!published) {
+        // The test ran and its value went out, but no record describes the run.
+        status.rc = CMPI_RC_ERR_FAILED;
+        if (broker != nullptr && broker->eft != nullptr)
+            status.msg = broker->eft->newString(
+                broker, "RunDiagnostic could not publish the record of its run", nullptr);
+    }
     return status;
 }
 

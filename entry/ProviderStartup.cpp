@@ -27,7 +27,12 @@ void ProviderStartup::ensure(const CMPIBroker* broker, const CMPIContext* ctx) n
         if (function_ != nullptr)
             function_(broker, ctx);
     } catch (const std::exception& e) {
-        coreLog(broker, LogError, std::string("provider start-up failed: ") + e.what());
+        try {
+            coreLog(broker, LogError, std::string("provider start-up failed: ") + e.what());
+        } catch (...) {
+            // No memory for the composed text: this function must not throw.
+            coreLog(broker, LogError, "provider start-up failed");
+        }
     } catch (...) {
         coreLog(broker, LogError, "provider start-up failed");
     }

@@ -49,7 +49,8 @@ void AvailServiceFactory::CreateAvailableServices(const CMPIBroker* broker, cons
         (*association)["UserOfService"] = CMPIUtil::GetObjectPathString(userPath);
         (*association)["EnumOrder"] = decimalText(order);
         order += enumOrderStep;
-        registry->RegisterInstance(broker, ctx, association.release());
+        registry->RegisterInstance(broker, ctx, association.get());
+        association.release(); // the registry's now
     }
 }
 

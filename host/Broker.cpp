@@ -184,6 +184,9 @@ CMPIEnumeration* enumerateInstanceNames(const CMPIBroker* mb, const CMPIContext*
 CMPIEnumeration* enumerateInstances(const CMPIBroker* mb, const CMPIContext* ctx,
                                     const CMPIObjectPath* op, const char** properties,
                                     CMPIStatus* rc) {
+    Broker* b = Broker::from(mb);
+    if (b && b->injectFault(FaultInjector::Function::EnumerateInstances, rc))
+        return nullptr;
     return enumerate(mb, ctx, op, rc, false,
                      [&](Dispatcher& d, const CMPIContext* c, ResultSink& sink) {
                          return d.enumerateInstances(c, op, properties, sink);
@@ -391,6 +394,7 @@ struct Broker::Impl {
     const PathDialect dialect;
     std::atomic<Dispatcher*> dispatcher{nullptr};
     CallArena arena;
+    FaultInjector faults;
 };
 
 Broker::Broker(const ClassRepository& classes, LogSink& log, PathDialect dialect)
@@ -429,6 +433,18 @@ Dispatcher* Broker::dispatcher() const {
 
 CallArena& Broker::ownArena() {
     return impl_->arena;
+}
+
+FaultInjector& Broker::faults() {
+    return impl_->faults;
+}
+
+bool Broker::injectFault(FaultInjector::Function f, CMPIStatus* rc) {
+    if (!impl_->faults.shouldFail(f))
+        return false;
+    CmpiCall::set(rc, *this, CMPI_RC_ERR_FAILED,
+                  std::string("injected fault: ") + FaultInjector::name(f));
+    return true;
 }
 
 CMPIContext* Broker::newContext(const std::string& ns) {

@@ -6,6 +6,7 @@
 #ifndef DIAGCORE_HOST_BROKER_H
 #define DIAGCORE_HOST_BROKER_H
 
+#include "host/FaultInjector.h"
 #include "host/PathDialect.h"
 
 #include <cmpidt.h>
@@ -49,6 +50,12 @@ public:
     // The arena holding the objects made while no call scope of this broker is open on the
     // calling thread; they are freed with the broker.
     CallArena& ownArena();
+
+    // The faults this broker injects into its own functions; none until armed.
+    FaultInjector& faults();
+    // Asked at the top of an injectable function: true when this call fails, with *rc set to
+    // CMPI_RC_ERR_FAILED and a message naming the function.
+    bool injectFault(FaultInjector::Function f, CMPIStatus* rc);
 
 private:
     struct Impl;

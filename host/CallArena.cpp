@@ -111,18 +111,28 @@ std::size_t CallArena::size() const {
 }
 
 void CallArena::clear() {
-    HostObject* first = nullptr;
+    HostObject* last = nullptr;
     {
         auto guard = lock();
-        first = head_;
-        for (HostObject* o = first; o; o = o->next_) {
-            o->arena_ = nullptr;
-            o->owner_ = HostObject::Owner::Nobody;
+        last = tail_;
+        if (shared_) {
+            // Other threads may release these objects: from now on they see them owned by nobody.
+            for (HostObject* o = head_; o; o = o->next_) {
+                o->arena_ = nullptr;
+                o->owner_ = HostObject::Owner::Nobody;
+            }
         }
         head_ = tail_ = nullptr;
         count_ = 0;
     }
-    destroyChain(first);
+    // One pass, newest first: later objects may refer to earlier ones, never the other way round.
+    while (last) {
+        HostObject* before = last->prev_;
+        last->arena_ = nullptr;
+        last->owner_ = HostObject::Owner::Nobody;
+        delete last;
+        last = before;
+    }
 }
 
 void CallArena::destroyChain(HostObject* first) {

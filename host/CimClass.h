@@ -3,8 +3,10 @@
 #ifndef DIAGCORE_HOST_CIMCLASS_H
 #define DIAGCORE_HOST_CIMCLASS_H
 
+#include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace NQORVA20::host {
@@ -62,6 +64,18 @@ struct CimClass {
     // Lookups ignore the case of the name, as CIM names do; null when absent.
     const CimProperty* findProperty(const std::string& name) const;
     const CimMethod* findMethod(const std::string& name) const;
+
+    // The position of a property in `properties`, ignoring case; -1 when absent. Hashed once
+    // indexProperties() has run over the current properties, a linear search otherwise.
+    long propertyIndex(std::string_view name) const;
+    // Builds the hash table propertyIndex uses; to be called again after `properties` changes.
+    void indexProperties();
+
+private:
+    // Open addressing over the case-folded names: position + 1, 0 for a free slot; the size is
+    // a power of two at least twice the property count, so every probe sequence ends.
+    std::vector<std::uint32_t> propertySlots_;
+    std::size_t indexedCount_ = 0;
 };
 
 struct CimQualifierDecl {

@@ -182,6 +182,7 @@ CimClass ClassStore::resolve(const Namespace& space, const CimClass& declared) c
         it->parameters = own.parameters;
         merge(space, it->qualifiers, own.qualifiers);
     }
+    out.indexProperties();
     return out;
 }
 
@@ -312,6 +313,7 @@ void ClassStore::addResolvedClass(const std::string& ns, CimClass cls) {
             m.originClass = cls.name;
         }
     }
+    cls.indexProperties();
     checkNoCycle(space, cls.name, cls.superclass);
     auto existing = space.classes.find(key);
     if (existing != space.classes.end()) {

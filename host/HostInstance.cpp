@@ -1,5 +1,6 @@
 #include "host/HostInstance.h"
 
+#include "host/Broker.h"
 #include "host/CimClass.h"
 #include "host/CimNames.h"
 #include "host/CmpiCall.h"
@@ -8,7 +9,9 @@
 #include "host/HostObjectPath.h"
 #include "host/HostString.h"
 
+#include <atomic>
 #include <limits>
+#include <memory>
 
 namespace NQORVA20::host {
 
@@ -130,13 +133,15 @@ CMPIStatus instanceRelease(CMPIInstance* inst) {
 CMPIInstance* instanceClone(const CMPIInstance* inst, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIInstance*>(nullptr), [&]() -> CMPIInstance* {
         HostInstance* self = checked(inst, rc);
-        return self ? static_cast<HostInstance*>(self->copy())->cmpi() : nullptr;
+        if (!self || self->broker().injectFault(FaultInjector::Function::Clone, rc))
+            return nullptr;
+        return static_cast<HostInstance*>(self->copy())->cmpi();
     });
 }
 
 CMPIData instanceGetProperty(const CMPIInstance* inst, const char* name, CMPIStatus* rc) {
     HostInstance* self = checked(inst, rc);
-    if (!self)
+    if (!self || self->broker().injectFault(FaultInjector::Function::GetProperty, rc))
         return CmpiCall::notFound();
     if (!name) {
         CmpiCall::set(rc, CMPI_RC_ERR_INVALID_PARAMETER);
@@ -269,8 +274,10 @@ HostInstance::HostInstance(Broker& broker, const CimClass& cls, std::string ns, 
 }
 
 HostInstance::~HostInstance() {
-    for (std::size_t i = 0; i < propertyCount(); ++i)
-        DataCopy::destroy(values_[i]);
+    for (std::size_t i = 0; i < propertyCount(); ++i) {
+        if (!(values_[i].state & CMPI_nullValue))
+            DataCopy::destroy(values_[i]);
+    }
 }
 
 HostInstance* HostInstance::create(Broker& broker, const CimClass& cls, std::string ns,
@@ -293,18 +300,16 @@ const char* HostInstance::propertyName(std::size_t index) const {
 }
 
 long HostInstance::find(std::string_view name) const {
-    const auto& props = class_->properties;
-    for (std::size_t i = 0; i < count_; ++i) {
-        if (sameName(props[i].name, name))
-            return static_cast<long>(i);
-    }
-    return -1;
+    const long index = class_->propertyIndex(name);
+    return index < static_cast<long>(count_) ? index : -1;
 }
 
 CMPIrc HostInstance::set(std::size_t index, const CMPIValue* value, CMPIType type) {
     const CimProperty& p = class_->properties[index];
     if (filter_ && !(*filter_)[index])
         return CMPI_RC_OK;
+    if (p.key)
+        std::atomic_store(&pathKeys_, std::shared_ptr<HostObjectPath::KeySet>());
     CMPIData& slot = values_[index];
     if (type == CMPI_null || !value) {
         DataCopy::destroy(slot);
@@ -375,20 +380,41 @@ void HostInstance::setFilter(const char** properties, const char** keyList) {
     filter_ = std::move(filter);
 }
 
+namespace {
+
+// Marks an instance that made one path since its keys last changed: the copies are kept for
+// the second path on, so that an instance asked for its path only once (as registration does)
+// keeps no second copy of its keys.
+const std::shared_ptr<HostObjectPath::KeySet>& onePathMade() {
+    static const auto* marker =
+        new std::shared_ptr<HostObjectPath::KeySet>(std::make_shared<HostObjectPath::KeySet>());
+    return *marker;
+}
+
+} // namespace
+
 HostObjectPath* HostInstance::makePath() const {
+    std::shared_ptr<HostObjectPath::KeySet> keys = std::atomic_load(&pathKeys_);
+    const bool made = keys != nullptr;
+    if (!keys || keys == onePathMade()) {
+        keys = std::make_shared<HostObjectPath::KeySet>();
+        const auto& props = class_->properties;
+        for (std::size_t i = 0; i < count_; ++i) {
+            if (!props[i].key || (values_[i].state & CMPI_nullValue))
+                continue;
+            CMPIData copy{};
+            CMPIrc rc = DataCopy::copy(broker(), values_[i], Placement::Parent, copy);
+            (void)rc; // the values are the host's own objects
+            keys->appendBorrowed(props[i].name.c_str(), copy);
+        }
+        std::atomic_store(&pathKeys_, made ? keys : onePathMade());
+    }
     std::unique_ptr<HostObjectPath> path(HostObjectPath::create(broker(), nullptr, nullptr));
     path->setNameSpace(ns_.c_str());
     path->setHost(host_.c_str());
     path->setClassNameBorrowed(class_->name.c_str());
-    const auto& props = class_->properties;
-    for (std::size_t i = 0; i < count_; ++i) {
-        if (!props[i].key || (values_[i].state & CMPI_nullValue))
-            continue;
-        CMPIData copy{};
-        CMPIrc rc = DataCopy::copy(broker(), values_[i], Placement::Parent, copy);
-        (void)rc; // the values are the host's own objects
-        path->appendBorrowedKey(props[i].name.c_str(), copy);
-    }
+    if (!keys->keys.empty())
+        path->shareKeys(std::move(keys));
     return path.release();
 }
 
@@ -400,6 +426,7 @@ HostObject* HostInstance::copy() const {
     }
     if (filter_)
         out->filter_ = std::make_unique<std::vector<bool>>(*filter_);
+    out->pathKeys_ = std::atomic_load(&pathKeys_);
     return out.release();
 }
 

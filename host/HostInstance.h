@@ -1,12 +1,16 @@
 // The host's CMPIInstance: one value slot per property its class declares (inherited ones
 // included), in the class's order, typed as declared and null until set. Property names are
 // the class's own; the instance holds only its values, the path's namespace and host, and an
-// optional property filter. Reading (getProperty, getObjectPath, clone) changes nothing, so an
-// instance may be read from several threads at once.
+// optional property filter. Reading (getProperty, getObjectPath, clone) changes no value, so an
+// instance may be read from several threads at once. From the second path an instance hands out,
+// the key bindings of its paths are copied once and shared until a key property is set again; a
+// value read with getProperty must not be changed in place (set it instead), or paths made later
+// would not see the change.
 #ifndef DIAGCORE_HOST_HOSTINSTANCE_H
 #define DIAGCORE_HOST_HOSTINSTANCE_H
 
 #include "host/HostObject.h"
+#include "host/HostObjectPath.h"
 
 #include <cmpift.h>
 
@@ -18,7 +22,6 @@
 namespace NQORVA20::host {
 
 struct CimClass;
-class HostObjectPath;
 
 class HostInstance final : public HostObject {
 public:
@@ -71,6 +74,10 @@ private:
     std::unique_ptr<std::vector<bool>> filter_;
     // The number of values, fixed when the instance is made.
     std::size_t count_;
+    // Copies of the set key properties shared by the paths handed out: null until a path is
+    // made and again after a key property changes, a marker after the first path, the copies
+    // from the second on. Read and written atomically: concurrent readers may both fill it.
+    mutable std::shared_ptr<HostObjectPath::KeySet> pathKeys_;
 };
 
 } // namespace NQORVA20::host

@@ -248,9 +248,23 @@ CMPIObjectPathFT pathTable = {CMPIVersion200,
 HostObjectPath::HostObjectPath(Broker& broker)
     : HostObject(Kind::ObjectPath, broker), cmpi_{this, &pathTable} {}
 
-HostObjectPath::~HostObjectPath() {
-    for (Key& k : keys_)
+HostObjectPath::~HostObjectPath() = default;
+
+HostObjectPath::KeySet::~KeySet() {
+    for (Key& k : keys)
         DataCopy::destroy(k.value);
+}
+
+void HostObjectPath::KeySet::appendBorrowed(const char* name, const CMPIData& ownedValue) {
+    Key key;
+    key.name = name;
+    key.value = ownedValue;
+    try {
+        keys.push_back(std::move(key));
+    } catch (...) {
+        DataCopy::destroy(key.value);
+        throw;
+    }
 }
 
 HostObjectPath* HostObjectPath::create(Broker& broker, const char* ns, const char* className) {
@@ -270,8 +284,37 @@ CMPIObjectPathFT* HostObjectPath::table() {
     return &pathTable;
 }
 
+const std::vector<HostObjectPath::Key>& HostObjectPath::keys() const {
+    static const std::vector<Key> none;
+    return keys_ ? keys_->keys : none;
+}
+
+std::vector<HostObjectPath::Key>& HostObjectPath::ownKeys() {
+    if (!keys_) {
+        keys_ = std::make_shared<KeySet>();
+    } else if (keys_.use_count() > 1) {
+        auto own = std::make_shared<KeySet>();
+        own->keys.reserve(keys_->keys.size());
+        for (const Key& k : keys_->keys) {
+            Key key;
+            if (k.ownedName) {
+                key.ownedName = copyName(k.name);
+                key.name = key.ownedName.get();
+            } else {
+                key.name = k.name;
+            }
+            own->keys.push_back(std::move(key));
+            CMPIrc rc =
+                DataCopy::copy(broker(), k.value, Placement::Parent, own->keys.back().value);
+            (void)rc; // the values are the host's own objects
+        }
+        keys_ = std::move(own);
+    }
+    return keys_->keys;
+}
+
 const HostObjectPath::Key* HostObjectPath::findKey(std::string_view name) const {
-    for (const Key& k : keys_) {
+    for (const Key& k : keys()) {
         if (sameName(k.name, name))
             return &k;
     }
@@ -286,7 +329,7 @@ void HostObjectPath::setClassName(const char* name) {
     }
     std::unique_ptr<char[]> copy = copyName(name);
     className_ = copy.get();
-    ownedClassName_ = std::move(copy);
+    ownedClassName_ = std::shared_ptr<const char>(copy.release(), std::default_delete<char[]>());
 }
 
 void HostObjectPath::setClassNameBorrowed(const char* name) {
@@ -299,7 +342,14 @@ CMPIrc HostObjectPath::addKey(const char* name, const CMPIValue* value, CMPIType
     CMPIrc rc = DataCopy::copy(broker(), value, type, Placement::Parent, copy);
     if (rc != CMPI_RC_OK)
         return rc;
-    for (Key& k : keys_) {
+    std::vector<Key>* keys = nullptr;
+    try {
+        keys = &ownKeys();
+    } catch (...) {
+        DataCopy::destroy(copy);
+        throw;
+    }
+    for (Key& k : *keys) {
         if (sameName(k.name, name)) {
             DataCopy::destroy(k.value);
             k.value = copy;
@@ -311,7 +361,7 @@ CMPIrc HostObjectPath::addKey(const char* name, const CMPIValue* value, CMPIType
         key.ownedName = copyName(name);
         key.name = key.ownedName.get();
         key.value = copy;
-        keys_.push_back(std::move(key));
+        keys->push_back(std::move(key));
     } catch (...) {
         DataCopy::destroy(copy);
         throw;
@@ -320,11 +370,19 @@ CMPIrc HostObjectPath::addKey(const char* name, const CMPIValue* value, CMPIType
 }
 
 void HostObjectPath::appendBorrowedKey(const char* name, const CMPIData& ownedValue) {
+    std::vector<Key>* keys = nullptr;
+    try {
+        keys = &ownKeys();
+    } catch (...) {
+        CMPIData value = ownedValue;
+        DataCopy::destroy(value);
+        throw;
+    }
     Key key;
     key.name = name;
     key.value = ownedValue;
     try {
-        keys_.push_back(std::move(key));
+        keys->push_back(std::move(key));
     } catch (...) {
         DataCopy::destroy(key.value);
         throw;
@@ -339,23 +397,9 @@ HostObject* HostObjectPath::copy() const {
     std::unique_ptr<HostObjectPath> p(new HostObjectPath(broker()));
     p->ns_ = ns_;
     p->host_ = host_;
-    if (ownedClassName_)
-        p->setClassName(className_);
-    else
-        p->className_ = className_;
-    p->keys_.reserve(keys_.size());
-    for (const Key& k : keys_) {
-        Key key;
-        if (k.ownedName) {
-            key.ownedName = copyName(k.name);
-            key.name = key.ownedName.get();
-        } else {
-            key.name = k.name;
-        }
-        p->keys_.push_back(std::move(key));
-        CMPIrc rc = DataCopy::copy(broker(), k.value, Placement::Parent, p->keys_.back().value);
-        (void)rc; // the values are the host's own objects
-    }
+    p->className_ = className_;
+    p->ownedClassName_ = ownedClassName_;
+    p->keys_ = keys_;
     return p.release();
 }
 

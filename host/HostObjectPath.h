@@ -1,6 +1,8 @@
 // The host's CMPIObjectPath: host, namespace, class name and key bindings in the order they
 // were added. Key and class names taken from the class repository are pointed at, not copied
 // (the repository keeps its classes for its whole life); names given by a provider are copied.
+// Copies of a path share its key bindings and its copied class name: a path changes its keys
+// only when no other path holds them, and works on a copy of its own otherwise.
 #ifndef DIAGCORE_HOST_HOSTOBJECTPATH_H
 #define DIAGCORE_HOST_HOSTOBJECTPATH_H
 
@@ -22,6 +24,16 @@ public:
         std::unique_ptr<char[]> ownedName; // set when the name was copied
         CMPIData value{};                  // a copy owned by the path
     };
+    // Key bindings that may be shared by several paths; frees the values it holds.
+    struct KeySet {
+        std::vector<Key> keys;
+        KeySet() = default;
+        KeySet(const KeySet&) = delete;
+        KeySet& operator=(const KeySet&) = delete;
+        ~KeySet();
+        // Appends a key whose name outlives the set and whose value was copied for it.
+        void appendBorrowed(const char* name, const CMPIData& ownedValue);
+    };
 
     // Null texts are empty. Owned by nobody.
     static HostObjectPath* create(Broker& broker, const char* ns, const char* className);
@@ -32,7 +44,7 @@ public:
     const std::string& nameSpace() const { return ns_; }
     const std::string& host() const { return host_; }
     const char* className() const { return className_; }
-    const std::vector<Key>& keys() const { return keys_; }
+    const std::vector<Key>& keys() const;
     // The key of that name, ignoring case; null when absent.
     const Key* findKey(std::string_view name) const;
 
@@ -47,7 +59,9 @@ public:
     CMPIrc addKey(const char* name, const CMPIValue* value, CMPIType type);
     // Appends a key whose name outlives the path and whose value was copied for the path.
     void appendBorrowedKey(const char* name, const CMPIData& ownedValue);
-    void reserveKeys(std::size_t count) { keys_.reserve(count); }
+    void reserveKeys(std::size_t count) { ownKeys().reserve(count); }
+    // Takes these key bindings in place of its own; they are never changed while shared.
+    void shareKeys(std::shared_ptr<KeySet> keys) { keys_ = std::move(keys); }
 
     // The path as text in the broker's dialect.
     std::string toString() const;
@@ -59,12 +73,15 @@ public:
 private:
     HostObjectPath(Broker& broker);
 
+    // The keys for a change: its own set, copied first when another path shares it.
+    std::vector<Key>& ownKeys();
+
     CMPIObjectPath cmpi_;
     std::string ns_;
     std::string host_;
     const char* className_ = "";
-    std::unique_ptr<char[]> ownedClassName_;
-    std::vector<Key> keys_;
+    std::shared_ptr<const char> ownedClassName_;
+    std::shared_ptr<KeySet> keys_; // null while the path has no keys
 };
 
 } // namespace NQORVA20::host

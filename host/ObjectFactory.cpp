@@ -56,7 +56,7 @@ const CimClass* classOf(const Broker& b, const std::string& ns, const char* clas
 CMPIInstance* newInstance(const CMPIBroker* mb, const CMPIObjectPath* op, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIInstance*>(nullptr), [&]() -> CMPIInstance* {
         Broker* b = brokerOf(mb, rc);
-        if (!b)
+        if (!b || b->injectFault(FaultInjector::Function::NewInstance, rc))
             return nullptr;
         if (!op) {
             CmpiCall::set(rc, CMPI_RC_ERR_INVALID_PARAMETER);
@@ -85,7 +85,9 @@ CMPIObjectPath* newObjectPath(const CMPIBroker* mb, const char* ns, const char* 
                               CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIObjectPath*>(nullptr), [&]() -> CMPIObjectPath* {
         Broker* b = brokerOf(mb, rc);
-        return b ? scoped(HostObjectPath::create(*b, ns, className)) : nullptr;
+        if (!b || b->injectFault(FaultInjector::Function::NewObjectPath, rc))
+            return nullptr;
+        return scoped(HostObjectPath::create(*b, ns, className));
     });
 }
 
@@ -99,14 +101,16 @@ CMPIArgs* newArgs(const CMPIBroker* mb, CMPIStatus* rc) {
 CMPIString* newString(const CMPIBroker* mb, const char* data, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIString*>(nullptr), [&]() -> CMPIString* {
         Broker* b = brokerOf(mb, rc);
-        return b ? HostString::make(*b, data, Placement::Scope) : nullptr;
+        if (!b || b->injectFault(FaultInjector::Function::NewString, rc))
+            return nullptr;
+        return HostString::make(*b, data, Placement::Scope);
     });
 }
 
 CMPIArray* newArray(const CMPIBroker* mb, CMPICount size, CMPIType type, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIArray*>(nullptr), [&]() -> CMPIArray* {
         Broker* b = brokerOf(mb, rc);
-        if (!b)
+        if (!b || b->injectFault(FaultInjector::Function::NewArray, rc))
             return nullptr;
         if (!HostArray::validElementType(static_cast<CMPIType>(type & ~CMPI_ARRAY))) {
             CmpiCall::set(rc, CMPI_RC_ERR_INVALID_DATA_TYPE);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <memory>
 #include <sstream>
 
 namespace NQORVA20 {
@@ -30,10 +31,10 @@ std::string InstanceRegistry::NormalizeClassName(std::string className) {
     return className;
 }
 
-void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPIContext* context,
+bool InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPIContext* context,
                                         InstanceImpl* impl) {
     if (impl == nullptr)
-        return;
+        return false;
     std::ostringstream logText;
     InstanceBuilder builder(cimNameSpace);
     // Built twice: the second build's function table clones the first.
@@ -43,29 +44,43 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
     CMPIInstance* clone = nullptr;
     if (first != nullptr && second != nullptr)
         clone = second->ft->clone(first, &status);
+    // Until the registry has filed it, the clone is nobody's: an exception (no memory) on the
+    // way there releases it, and leaves the instance object to the caller.
+    std::unique_ptr<CMPIInstance, void (*)(CMPIInstance*)> pendingClone(clone, [](CMPIInstance* c) {
+        if (c != nullptr && c->ft != nullptr && c->ft->release != nullptr)
+            c->ft->release(c);
+    });
     logText << "Created instance: " << static_cast<const void*>(clone)
             << ", hdl = " << (clone ? clone->hdl : nullptr);
     coreLog(broker, LogDebug, logText.str());
-    if (clone == nullptr || clone->ft == nullptr)
-        return; // nothing the registry could serve
+    if (clone == nullptr || clone->ft == nullptr) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        unserved_.push_back(impl);
+        return false;
+    }
     CMPIObjectPath* path = clone->ft->getObjectPath(clone, &status);
     const std::string classKey = NormalizeClassName(CMPIUtil::GetClassName(path));
     const std::string pathText = CMPIUtil::GetObjectPathString(path);
+    const std::string registeredText = ">>>>> Registered " + pathText;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        Instance* record = new Instance(impl, clone);
+        // Everything that allocates comes first; the filing itself cannot throw.
+        auto record = std::make_unique<Instance>(impl, clone);
+        superseded_.reserve(superseded_.size() + 1);
         InstanceContainer*& container = instanceContainers[classKey];
         if (container == nullptr)
             container = new InstanceContainer;
-        Instance*& slot = (*container)[pathText];
+        Instance*& slot = entry(*container, pathText);
+        impl->setObjectPath(pathText);
         // The record a later registration under the same text replaces stays alive, with its
         // instance object and clone: a provider may still hold either.
         if (slot != nullptr)
             superseded_.push_back(slot);
-        slot = record;
-        impl->setObjectPath(pathText);
+        slot = record.release();
+        pendingClone.release();
     }
-    coreLog(broker, LogDebug, ">>>>> Registered " + pathText);
+    coreLog(broker, LogDebug, registeredText);
+    return true;
 }
 
 InstanceRegistry::Instance* InstanceRegistry::lookup(const CMPIBroker* broker,
@@ -79,11 +94,24 @@ InstanceRegistry::Instance* InstanceRegistry::lookup(const CMPIBroker* broker,
         if (container == nullptr)
             noContainer = true;
         else
-            found = (*container)[pathText];
+            found = entry(*container, pathText);
     }
     if (noContainer)
         coreLog(broker, LogWarning, " Couldn't find instanceContainer");
     return found;
+}
+
+InstanceRegistry::Instance*& InstanceRegistry::entry(InstanceContainer& container,
+                                                     const std::string& pathText) {
+    auto filed = filed_.find(std::string_view(pathText));
+    if (filed != filed_.end() && filed->second.container == &container)
+        return *filed->second.slot;
+    auto it = container.try_emplace(pathText, nullptr).first;
+    // A text filed in another container as well keeps its first index entry; this one is then
+    // found through the ordered container.
+    if (filed == filed_.end())
+        filed_.emplace(std::string_view(it->first), Filed{&container, &it->second});
+    return it->second;
 }
 
 InstanceRegistry::Instance* InstanceRegistry::GetInstance(const CMPIBroker* broker,

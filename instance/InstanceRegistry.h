@@ -15,6 +15,8 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace NQORVA20 {
@@ -32,8 +34,9 @@ public:
 
     static InstanceRegistry* Singleton();
 
-    // Takes the instance object into the registry's keeping for the rest of the process.
-    void RegisterInstance(const CMPIBroker* broker, const CMPIContext* context, InstanceImpl* impl);
+    // Takes the instance object into the registry's keeping for the rest of the process. False
+    // when the broker could not make its CMPIInstance: the object is then kept but not served.
+    bool RegisterInstance(const CMPIBroker* broker, const CMPIContext* context, InstanceImpl* impl);
     // The record filed under the path's class and object-path text, or null. A lookup leaves an
     // entry behind for a class or text it did not find.
     Instance* GetInstance(const CMPIBroker* broker, const CMPIObjectPath* path);
@@ -56,10 +59,22 @@ private:
     InstanceRegistry() = default;
     Instance* lookup(const CMPIBroker* broker, const std::string& classKey,
                      const std::string& pathText);
+    // The container's entry for the text, made (without a record) when there is none.
+    Instance*& entry(InstanceContainer& container, const std::string& pathText);
 
     std::map<std::string, InstanceContainer*> instanceContainers;
+    // Every container entry by its object-path text, hashed, so that a lookup does not walk a
+    // large ordered container. The keys view the containers' own key texts, which never move
+    // or go away.
+    struct Filed {
+        InstanceContainer* container;
+        Instance** slot;
+    };
+    std::unordered_map<std::string_view, Filed> filed_;
     // Records replaced by a later registration under the same object-path text; kept, never read.
     std::vector<Instance*> superseded_;
+    // Instance objects whose registration failed for want of a CMPIInstance; kept, never served.
+    std::vector<InstanceImpl*> unserved_;
     std::mutex mutex_;
 };
 

@@ -2,6 +2,8 @@
 // types, and deriving their object path from the key properties.
 #include "BrokerFixture.h"
 
+#include <cctype>
+
 namespace NQORVA20::host::test {
 
 using InstanceTest = BrokerFixture;
@@ -232,6 +234,110 @@ TEST_F(InstanceTest, SetObjectPathMovesTheInstanceAndTakesKeys) {
     EXPECT_EQ(text(CMGetNameSpace(moved, nullptr)), "root/elsewhere");
     EXPECT_EQ(rec->ft->setObjectPath(rec, path("root/cimv2", "Test_Disk")).rc,
               CMPI_RC_ERR_INVALID_PARAMETER);
+}
+
+TEST_F(InstanceTest, EveryDeclaredPropertyIsFoundUnderAnySpellingOfItsName) {
+    CMPIInstance* rec = instance("Test_Record");
+    const CMPICount count = CMGetPropertyCount(rec, nullptr);
+    for (CMPICount i = 0; i < count; ++i) {
+        CMPIString* name = nullptr;
+        const CMPIData declared = CMGetPropertyAt(rec, i, &name, nullptr);
+        std::string upper = text(name), lower = text(name);
+        for (char& c : upper)
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        for (char& c : lower)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (const std::string& spelling : {upper, lower}) {
+            CMPIStatus rc{};
+            EXPECT_EQ(CMGetProperty(rec, spelling.c_str(), &rc).type, declared.type) << spelling;
+            EXPECT_EQ(rc.rc, CMPI_RC_OK) << spelling;
+        }
+        // A name that only starts or ends like a declared one is not it.
+        CMPIStatus rc{};
+        CMGetProperty(rec, (lower + "x").c_str(), &rc);
+        EXPECT_EQ(rc.rc, CMPI_RC_ERR_NO_SUCH_PROPERTY) << lower;
+        CMGetProperty(rec, lower.substr(1).c_str(), &rc);
+        EXPECT_EQ(rc.rc, CMPI_RC_ERR_NO_SUCH_PROPERTY) << lower;
+    }
+}
+
+TEST_F(InstanceTest, PathsFollowEveryChangeOfAKeyPropertyAndEarlierPathsStayAsTheyWere) {
+    CMPIInstance* disk = instance("Test_Disk");
+    setChars(disk, "SystemName", "host1");
+    setChars(disk, "deviceID", "sda");
+    CMPIObjectPath* first = CMGetObjectPath(disk, nullptr);
+    const std::string firstText = pathText(first);
+    // A second path without any change reads the same.
+    EXPECT_EQ(pathText(CMGetObjectPath(disk, nullptr)), firstText);
+    // A property that is not a key changes no path.
+    setChars(disk, "Caption", "anything");
+    EXPECT_EQ(pathText(CMGetObjectPath(disk, nullptr)), firstText);
+
+    setChars(disk, "deviceID", "sdb");
+    CMPIObjectPath* second = CMGetObjectPath(disk, nullptr);
+    EXPECT_EQ(text(CMGetKey(second, "deviceID", nullptr).value.string), "sdb");
+    EXPECT_EQ(text(CMGetKey(first, "deviceID", nullptr).value.string), "sda");
+    EXPECT_EQ(pathText(first), firstText);
+
+    // A key set to null leaves the path.
+    ASSERT_EQ(CMSetProperty(disk, "SystemName", nullptr, CMPI_null).rc, CMPI_RC_OK);
+    CMPIObjectPath* third = CMGetObjectPath(disk, nullptr);
+    EXPECT_EQ(CMGetKeyCount(third, nullptr), 1u);
+    EXPECT_EQ(CMGetKeyCount(second, nullptr), 2u);
+
+    // Keys taken from a new path replace the old ones; the location moves with it.
+    CMPIObjectPath* op = path("root/elsewhere", "Test_Disk");
+    CMAddKey(op, "DeviceID", "sdc", CMPI_chars);
+    ASSERT_EQ(disk->ft->setObjectPath(disk, op).rc, CMPI_RC_OK);
+    CMPIObjectPath* moved = CMGetObjectPath(disk, nullptr);
+    EXPECT_EQ(text(CMGetKey(moved, "deviceID", nullptr).value.string), "sdc");
+    EXPECT_EQ(text(CMGetNameSpace(moved, nullptr)), "root/elsewhere");
+    EXPECT_EQ(text(CMGetNameSpace(third, nullptr)), "root/cimv2");
+}
+
+TEST_F(InstanceTest, ChangingOnePathOfAnInstanceLeavesItsOtherPathsAndTheInstanceAlone) {
+    CMPIInstance* disk = instance("Test_Disk");
+    setChars(disk, "SystemName", "host1");
+    setChars(disk, "deviceID", "sda");
+    CMPIObjectPath* changed = CMGetObjectPath(disk, nullptr);
+    CMPIObjectPath* other = CMGetObjectPath(disk, nullptr);
+    const std::string before = pathText(other);
+
+    EXPECT_EQ(CMAddKey(changed, "deviceID", "sdz", CMPI_chars).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMAddKey(changed, "Extra", "x", CMPI_chars).rc, CMPI_RC_OK);
+    EXPECT_EQ(CMSetNameSpace(changed, "root/other").rc, CMPI_RC_OK);
+    EXPECT_EQ(CMGetKeyCount(changed, nullptr), 3u);
+    EXPECT_EQ(text(CMGetKey(changed, "deviceID", nullptr).value.string), "sdz");
+
+    EXPECT_EQ(pathText(other), before);
+    EXPECT_EQ(pathText(CMGetObjectPath(disk, nullptr)), before);
+    EXPECT_EQ(stringProperty(disk, "deviceID"), "sda");
+}
+
+TEST_F(InstanceTest, ClonesKeepTheirKeysWhenTheOriginalChangesOrGoes) {
+    CMPIInstance* target = instance("Test_Disk");
+    setChars(target, "SystemName", "host1");
+    setChars(target, "deviceID", "sda");
+    CMPIObjectPath* targetPath = CMGetObjectPath(target, nullptr);
+    CMPIInstance* link = instance("Test_Link");
+    ASSERT_EQ(CMSetProperty(link, "Antecedent", &targetPath, CMPI_ref).rc, CMPI_RC_OK);
+    ASSERT_EQ(CMSetProperty(link, "Dependent", &targetPath, CMPI_ref).rc, CMPI_RC_OK);
+    const std::string linkText = pathText(CMGetObjectPath(link, nullptr));
+
+    CMPIInstance* kept = CMClone(link, nullptr);
+    CMPIObjectPath* keptPath = CMClone(CMGetObjectPath(kept, nullptr), nullptr);
+    CMPIObjectPath* dependent = CMGetObjectPath(target, nullptr);
+    CMAddKey(dependent, "deviceID", "sdb", CMPI_chars);
+    ASSERT_EQ(CMSetProperty(link, "Dependent", &dependent, CMPI_ref).rc, CMPI_RC_OK);
+    EXPECT_NE(pathText(CMGetObjectPath(link, nullptr)), linkText);
+    EXPECT_EQ(pathText(CMGetObjectPath(kept, nullptr)), linkText);
+
+    // The clone of the path outlives both instances and reads the same.
+    EXPECT_EQ(CMRelease(kept).rc, CMPI_RC_OK);
+    EXPECT_EQ(pathText(keptPath), linkText);
+    CMPIObjectPath* antecedent = CMGetKey(keptPath, "Antecedent", nullptr).value.ref;
+    EXPECT_EQ(text(CMGetKey(antecedent, "deviceID", nullptr).value.string), "sda");
+    EXPECT_EQ(CMRelease(keptPath).rc, CMPI_RC_OK);
 }
 
 } // namespace NQORVA20::host::test

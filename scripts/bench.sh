@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Builds a Release tree in build/bench and runs every benchmark program, single-threaded, one
+# benchmark family per process (the registry is a process-wide singleton that only grows, so each
+# family grows its own population from the smallest size up). Writes one JSON file per family
+# and a combined console table to <build>/results/ (or the folder given as first argument).
+# BENCH_FILTER (a regular expression) limits the families run; BENCH_BUILD_DIR names another
+# build folder.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build="${BENCH_BUILD_DIR:-build/bench}"
+out="${1:-$build/results}"
+filter="${BENCH_FILTER:-.}"
+bash scripts/deps.sh
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$build" -j "$(nproc)"
+mkdir -p "$out"
+table="$out/results.txt"
+{
+    echo "# $(date -u +%FT%TZ) $(uname -srm)"
+    echo "# $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2-) x $(nproc)"
+} >"$table"
+for program in "$build"/bench/bench_*; do
+    [ -x "$program" ] || continue
+    name="$(basename "$program")"
+    families="$("$program" --benchmark_list_tests | sed 's|/.*||' | uniq)"
+    for family in $families; do
+        [[ "$family" =~ $filter ]] || continue
+        echo "== $name $family" | tee -a "$table"
+        "$program" --benchmark_filter="^$family(/|\$)" --benchmark_min_time=0.2 \
+            --benchmark_out="$out/$name.$family.json" --benchmark_out_format=json \
+            --benchmark_counters_tabular=true | tee -a "$table"
+    done
+done
+echo "results in $out"
