@@ -108,8 +108,9 @@ CMPIStatus DiagService::invokeMethod(const CMPIBroker* broker, const CMPIContext
 
     // The registry keeps the record from here on, served or not; should registering throw, the
     // record is still ours to free.
-    const bool published = registry->RegisterInstance(broker, context, record.get());
-    record.release();
+    // Only a filed record is given its object-path text, and a new record has none before.
+    registry->RegisterInstance(broker, context, record.get());
+    const bool published = !record.release()->getObjectPath().empty();
     if (!published) {
         // The test ran and its value went out, but no record describes the run.
         status.rc = CMPI_RC_ERR_FAILED;

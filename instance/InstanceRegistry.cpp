@@ -31,10 +31,10 @@ std::string InstanceRegistry::NormalizeClassName(std::string className) {
     return className;
 }
 
-bool InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPIContext* context,
+void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPIContext* context,
                                         InstanceImpl* impl) {
     if (impl == nullptr)
-        return false;
+        return;
     std::ostringstream logText;
     InstanceBuilder builder(cimNameSpace);
     // Built twice: the second build's function table clones the first.
@@ -56,7 +56,7 @@ bool InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
     if (clone == nullptr || clone->ft == nullptr) {
         std::lock_guard<std::mutex> lock(mutex_);
         unserved_.push_back(impl);
-        return false;
+        return;
     }
     CMPIObjectPath* path = clone->ft->getObjectPath(clone, &status);
     const std::string classKey = NormalizeClassName(CMPIUtil::GetClassName(path));
@@ -80,7 +80,6 @@ bool InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
         pendingClone.release();
     }
     coreLog(broker, LogDebug, registeredText);
-    return true;
 }
 
 InstanceRegistry::Instance* InstanceRegistry::lookup(const CMPIBroker* broker,

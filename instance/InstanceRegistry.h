@@ -34,9 +34,10 @@ public:
 
     static InstanceRegistry* Singleton();
 
-    // Takes the instance object into the registry's keeping for the rest of the process. False
-    // when the broker could not make its CMPIInstance: the object is then kept but not served.
-    bool RegisterInstance(const CMPIBroker* broker, const CMPIContext* context, InstanceImpl* impl);
+    // Takes the instance object into the registry's keeping for the rest of the process. When
+    // the broker could not make its CMPIInstance the object is kept but not served, and its
+    // object-path text stays as it was: only filing writes it.
+    void RegisterInstance(const CMPIBroker* broker, const CMPIContext* context, InstanceImpl* impl);
     // The record filed under the path's class and object-path text, or null. A lookup leaves an
     // entry behind for a class or text it did not find.
     Instance* GetInstance(const CMPIBroker* broker, const CMPIObjectPath* path);
