@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <iostream>
+#include <locale>
 #include <sstream>
 
 namespace NQORVA20 {
@@ -20,13 +21,40 @@ T readValue(std::stringstream& stream) {
     return stream.fail() ? T{} : value;
 }
 
+// "Setting property <name> to '<text>'", made in one allocation.
+std::string settingLine(const std::string& name, const std::string& text) {
+    static constexpr char prefix[] = "Setting property ";
+    static constexpr char middle[] = " to '";
+    std::string line;
+    line.reserve(sizeof prefix + name.size() + sizeof middle + text.size());
+    line.append(prefix).append(name).append(middle).append(text).push_back('\'');
+    return line;
+}
+
+// A read-write text stream per thread, in the classic locale, refilled for every reading:
+// making a stream costs more than reading a number from it.
+std::stringstream& conversionStream() {
+    thread_local std::stringstream stream = [] {
+        std::stringstream made(std::ios_base::in | std::ios_base::out);
+        made.imbue(std::locale::classic());
+        return made;
+    }();
+    return stream;
+}
+
 } // namespace
 
 template <typename T>
 T stringToDataType(std::string text) {
-    std::stringstream stream(std::ios_base::in | std::ios_base::out);
-    stream << text;
-    return readValue<T>(stream);
+    std::stringstream& stream = conversionStream();
+    const bool longText = text.size() > 256;
+    stream.clear();
+    stream.str(text);
+    T value = readValue<T>(stream);
+    // A long text's buffer is not kept for the rest of the thread.
+    if (longText)
+        stream.str(std::string());
+    return value;
 }
 
 template DIAGCORE_EXPORT unsigned char stringToDataType<unsigned char>(std::string);
@@ -87,11 +115,11 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
         coreLog(broker, LogDebug, "Exiting InstanceBuilder::build");
         return nullptr;
     }
-    InstanceImpl::PropertyMap properties(instance.begin(), instance.end());
-    if (properties.empty())
+    // The properties are read in place: nothing the build calls changes the instance object.
+    if (instance.begin() == instance.end())
         return result;
 
-    for (auto& [name, text] : properties) {
+    for (auto& [name, text] : instance) {
         CMPIData declared = result->ft->getProperty(result, name.c_str(), nullptr);
         CMPIType type = declared.type;
         if (type == 0)
@@ -111,7 +139,7 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
             arrayValue.array = array;
             result->ft->setProperty(result, name.c_str(), &arrayValue, type);
         } else {
-            coreLog(broker, LogDebug, "Setting property " + name + " to '" + text + "'");
+            coreLog(broker, LogDebug, settingLine(name, text));
             CMPIValue value = convert(broker, ctx, type, text);
             if (type != 0)
                 result->ft->setProperty(result, name.c_str(), &value, type);

@@ -1,6 +1,7 @@
 #include "entry/DiagServiceProviderCommon.h"
 
 #include "common/CoreLog.h"
+#include "common/Prefetch.h"
 #include "entry/AssociationLookup.h"
 #include "entry/EntryGuard.h"
 #include "instance/InstanceRegistry.h"
@@ -49,7 +50,9 @@ CMPIStatus DiagServiceProviderCommonEnumInstanceNames(const CMPIBroker* broker, 
         CMPIStatus last = status(CMPI_RC_OK);
         std::vector<CMPIInstance*> instances;
         InstanceRegistry::Singleton()->GetCMPIInstances(broker, ref, instances);
-        for (CMPIInstance* inst : instances) {
+        for (std::size_t i = 0; i < instances.size(); ++i) {
+            NQORVA20::prefetchAhead(instances, i);
+            CMPIInstance* inst = instances[i];
             CMPIObjectPath* path = inst->ft->getObjectPath(inst, &last);
             if (usable(rslt) && path != nullptr)
                 rslt->ft->returnObjectPath(rslt, path);
@@ -67,8 +70,10 @@ CMPIStatus DiagServiceProviderCommonEnumInstances(const CMPIBroker* broker, CMPI
         std::vector<CMPIInstance*> instances;
         InstanceRegistry::Singleton()->GetCMPIInstances(broker, ref, instances);
         if (usable(rslt))
-            for (CMPIInstance* inst : instances)
-                rslt->ft->returnInstance(rslt, inst);
+            for (std::size_t i = 0; i < instances.size(); ++i) {
+                NQORVA20::prefetchAhead(instances, i);
+                rslt->ft->returnInstance(rslt, instances[i]);
+            }
         returnDone(rslt);
         return status(CMPI_RC_OK);
     });

@@ -5,6 +5,9 @@
 #ifndef DIAGCORE_HOST_HOSTOBJECT_H
 #define DIAGCORE_HOST_HOSTOBJECT_H
 
+#include "host/ObjectPool.h"
+
+#include <cstddef>
 #include <cstdint>
 
 namespace NQORVA20::host {
@@ -38,6 +41,14 @@ public:
     HostObject(const HostObject&) = delete;
     HostObject& operator=(const HostObject&) = delete;
     virtual ~HostObject() = default;
+
+    // Objects come from the broker's recycled memory; the virtual destructor hands the block back
+    // with the size of the object's own class.
+    static void* operator new(std::size_t size) { return ObjectPool::allocate(size); }
+    static void* operator new(std::size_t, void* where) noexcept { return where; }
+    static void operator delete(void* block, std::size_t size) noexcept {
+        ObjectPool::deallocate(block, size);
+    }
 
     Kind kind() const { return kind_; }
     Owner owner() const { return owner_; }

@@ -4,29 +4,59 @@ namespace NQORVA20::host {
 
 LogSink::LogSink(std::size_t capacity) : capacity_(capacity) {}
 
-void LogSink::write(LogEntry entry) {
-    std::lock_guard<std::mutex> lock(mutex_);
+void LogSink::echo(const LogEntry& entry) {
     if (echo_ && !entry.dropped && entry.severity >= 1 && entry.severity <= echoLevel_) {
         *echo_ << (entry.trace ? "trace " : "") << entry.id << "[" << entry.severity
                << "]: " << entry.text << '\n';
         echo_->flush();
     }
-    entries_.push_back(std::move(entry));
-    if (capacity_ != 0 && entries_.size() > capacity_)
-        entries_.pop_front();
+}
+
+LogEntry& LogSink::nextSlot() {
+    if (capacity_ == 0 || entries_.size() < capacity_) {
+        entries_.emplace_back();
+        return entries_.back();
+    }
+    LogEntry& slot = entries_[oldest_];
+    oldest_ = (oldest_ + 1) % entries_.size();
+    return slot;
+}
+
+void LogSink::write(LogEntry entry) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    echo(entry);
+    nextSlot() = std::move(entry);
+}
+
+void LogSink::write(int severity, std::string_view id, std::string_view text, bool trace,
+                    bool dropped) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    LogEntry& slot = nextSlot();
+    slot.severity = severity;
+    slot.id.assign(id);
+    slot.text.assign(text);
+    slot.trace = trace;
+    slot.dropped = dropped;
+    echo(slot);
 }
 
 std::vector<LogEntry> LogSink::entries() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return {entries_.begin(), entries_.end()};
+    std::vector<LogEntry> out;
+    out.reserve(entries_.size());
+    for (std::size_t i = 0; i < entries_.size(); ++i)
+        out.push_back(entries_[(oldest_ + i) % entries_.size()]);
+    return out;
 }
 
 std::vector<std::string> LogSink::texts(const std::string& id) const {
     std::lock_guard<std::mutex> lock(mutex_);
     std::vector<std::string> out;
-    for (const LogEntry& e : entries_)
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+        const LogEntry& e = entries_[(oldest_ + i) % entries_.size()];
         if (!e.trace && e.id == id)
             out.push_back(e.text);
+    }
     return out;
 }
 
@@ -38,6 +68,7 @@ std::size_t LogSink::size() const {
 void LogSink::clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     entries_.clear();
+    oldest_ = 0;
 }
 
 void LogSink::echoTo(std::ostream* out, int maxSeverity) {

@@ -4,10 +4,10 @@
 #define DIAGCORE_HOST_LOGSINK_H
 
 #include <cstddef>
-#include <deque>
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace NQORVA20::host {
@@ -28,6 +28,9 @@ public:
     explicit LogSink(std::size_t capacity = 1u << 20);
 
     void write(LogEntry entry);
+    // The same for a line given as texts; once the sink is full, the dropped entry's strings are
+    // reused, so a steady stream of lines costs no allocation.
+    void write(int severity, std::string_view id, std::string_view text, bool trace, bool dropped);
     std::vector<LogEntry> entries() const;
     // The texts of the logMessage entries with this id, in order, dropped ones included.
     std::vector<std::string> texts(const std::string& id) const;
@@ -39,8 +42,14 @@ public:
     void echoTo(std::ostream* out, int maxSeverity);
 
 private:
+    void echo(const LogEntry& entry);
+    // The slot the next entry goes to, after the oldest has been dropped when the sink is full.
+    LogEntry& nextSlot();
+
     mutable std::mutex mutex_;
-    std::deque<LogEntry> entries_;
+    // A ring once it holds `capacity_` entries: the oldest is at `oldest_`.
+    std::vector<LogEntry> entries_;
+    std::size_t oldest_ = 0;
     std::size_t capacity_;
     std::ostream* echo_ = nullptr;
     int echoLevel_ = 0;

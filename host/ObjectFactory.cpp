@@ -354,7 +354,7 @@ CMPIStatus logMessage(const CMPIBroker* mb, int severity, const char* id, const 
         // sfcb implements no logMessage: the line is refused. The sink keeps it marked as
         // dropped, so tests still see what the provider sent, and never echoes it.
         const bool refused = b->dialect() == PathDialect::Sfcb;
-        b->log().write(LogEntry{severity, id ? id : "", line ? line : "", false, refused});
+        b->log().write(severity, id ? id : "", line ? line : "", false, refused);
         return CmpiCall::status(refused ? CMPI_RC_ERR_NOT_SUPPORTED : CMPI_RC_OK);
     });
 }
@@ -366,7 +366,7 @@ CMPIStatus trace(const CMPIBroker* mb, int level, const char* component, const c
         if (!b)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
         const char* line = text ? text : HostString::textOf(string);
-        b->log().write(LogEntry{level, component ? component : "", line ? line : "", true});
+        b->log().write(level, component ? component : "", line ? line : "", true, false);
         return CmpiCall::status(CMPI_RC_OK);
     });
 }

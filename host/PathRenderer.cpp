@@ -25,12 +25,17 @@ void appendNumber(std::string& out, T value) {
 }
 
 void appendEscaped(std::string& out, const char* text, std::size_t length) {
+    // Runs without a quote or backslash are copied whole.
+    std::size_t from = 0;
     for (std::size_t i = 0; i < length; ++i) {
-        char c = text[i];
-        if (c == '\\' || c == '"')
-            out.push_back('\\');
-        out.push_back(c);
+        const char c = text[i];
+        if (c != '\\' && c != '"')
+            continue;
+        out.append(text + from, i - from);
+        out.push_back('\\');
+        from = i;
     }
+    out.append(text + from, length - from);
 }
 
 void appendQuoted(std::string& out, const char* text, std::size_t length, bool escape) {

@@ -5,6 +5,8 @@
 #include <cmpift.h>
 #include <cmpimacs.h>
 
+#include <string_view>
+
 namespace NQORVA20 {
 namespace CMPIUtil {
 
@@ -20,23 +22,29 @@ std::string textOf(const CMPIString* s) {
 // Undoes backslash escapes in one left-to-right pass: \n, \r and \t become the control
 // characters, any other escaped character stands for itself, and a trailing backslash vanishes.
 std::string unescape(const std::string& text) {
+    std::size_t i = text.find('\\');
+    if (i == std::string::npos)
+        return text;
     std::string out;
     out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    std::size_t from = 0;
+    while (i != std::string::npos) {
+        // The run before the backslash is copied whole.
+        out.append(text, from, i - from);
+        if (++i == text.size())
+            return out;
         char c = text[i];
-        if (c == '\\') {
-            if (++i == text.size())
-                break;
-            c = text[i];
-            if (c == 'n')
-                c = '\n';
-            else if (c == 'r')
-                c = '\r';
-            else if (c == 't')
-                c = '\t';
-        }
+        if (c == 'n')
+            c = '\n';
+        else if (c == 'r')
+            c = '\r';
+        else if (c == 't')
+            c = '\t';
         out.push_back(c);
+        from = i + 1;
+        i = text.find('\\', from);
     }
+    out.append(text, from, std::string::npos);
     return out;
 }
 
@@ -66,20 +74,33 @@ std::string StripObjectPath(std::string text) {
     return text.substr(colon + 1);
 }
 
+namespace {
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+} // namespace
+
 void ParseObjectPath(std::string& text, InstanceImpl& instance) {
-    const std::string stripped = StripObjectPath(text);
+    const std::string strippedText = StripObjectPath(text);
+    const std::string_view stripped(strippedText);
     const std::size_t length = stripped.size();
     const std::size_t dot = stripped.find('.');
-    instance.setClassName(stripped.substr(0, dot));
+    instance.setClassName(std::string(stripped.substr(0, dot)));
     if (dot == std::string::npos)
         return; // a class name alone has no bindings
     std::size_t pos = dot + 1;
     while (pos < length) {
-        const std::size_t nameStart = stripped.find_first_not_of(", \t", pos);
-        if (nameStart == std::string::npos)
+        std::size_t nameStart = pos;
+        while (nameStart < length && (stripped[nameStart] == ',' || isBlank(stripped[nameStart])))
+            ++nameStart;
+        if (nameStart == length)
             return; // only separators left
-        const std::size_t nameEnd = stripped.find_first_of(" \t=", nameStart);
-        if (nameEnd == std::string::npos)
+        std::size_t nameEnd = nameStart;
+        while (nameEnd < length && stripped[nameEnd] != '=' && !isBlank(stripped[nameEnd]))
+            ++nameEnd;
+        if (nameEnd == length)
             return;
         const std::size_t open = stripped.find('"', nameEnd);
         if (open == std::string::npos)
@@ -87,8 +108,8 @@ void ParseObjectPath(std::string& text, InstanceImpl& instance) {
         const std::size_t close = stripped.find('"', open + 1);
         if (close == std::string::npos)
             return;
-        instance[stripped.substr(nameStart, nameEnd - nameStart)] =
-            stripped.substr(open + 1, close - open - 1);
+        instance[std::string(stripped.substr(nameStart, nameEnd - nameStart))].assign(
+            stripped.substr(open + 1, close - open - 1));
         pos = close + 1;
     }
 }

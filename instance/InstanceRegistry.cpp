@@ -3,6 +3,7 @@
 #include "builder/InstanceBuilder.h"
 #include "common/Constants.h"
 #include "common/CoreLog.h"
+#include "common/Prefetch.h"
 #include "instance/CMPIUtil.h"
 
 #include <cmpift.h>
@@ -71,12 +72,14 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
         if (container == nullptr)
             container = new InstanceContainer;
         Instance*& slot = entry(*container, pathText);
+        Ordered& ordered = ordered_[container];
         impl->setObjectPath(pathText);
         // The record a later registration under the same text replaces stays alive, with its
         // instance object and clone: a provider may still hold either.
         if (slot != nullptr)
             superseded_.push_back(slot);
         slot = record.release();
+        ordered.stale = true;
         pendingClone.release();
     }
     coreLog(broker, LogDebug, registeredText);
@@ -142,15 +145,27 @@ void InstanceRegistry::GetCMPIInstances(const CMPIBroker*, std::string className
     if (container == nullptr)
         return;
     const std::size_t firstNew = instances.size();
-    // Entries left behind by lookups that missed hold no record; they are skipped, and the
-    // ordering question is asked of the first entry that has one.
+    Ordered& ordered = ordered_[container];
+    if (ordered.stale) {
+        // Entries left behind by lookups that missed hold no record and are not listed.
+        ordered.records.clear();
+        for (const auto& entry : *container)
+            if (entry.second != nullptr)
+                ordered.records.push_back(entry.second);
+        ordered.stale = false;
+    }
+    // The ordering question is asked of the first record that has an instance.
     InstanceImpl* firstImpl = nullptr;
-    for (const auto& entry : *container) {
-        if (entry.second == nullptr || entry.second->cmpiInstance == nullptr)
+    const std::vector<Instance*>& records = ordered.records;
+    instances.reserve(firstNew + records.size());
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        prefetchAhead(records, i);
+        const Instance* record = records[i];
+        if (record->cmpiInstance == nullptr)
             continue;
         if (firstImpl == nullptr)
-            firstImpl = entry.second->impl;
-        instances.push_back(entry.second->cmpiInstance);
+            firstImpl = record->impl;
+        instances.push_back(record->cmpiInstance);
     }
     if (instances.size() == firstNew || firstImpl == nullptr ||
         firstImpl->find("EnumOrder") == firstImpl->end())
@@ -159,6 +174,7 @@ void InstanceRegistry::GetCMPIInstances(const CMPIBroker*, std::string className
     std::vector<std::pair<CMPIUint32, CMPIInstance*>> keyed;
     keyed.reserve(instances.size() - firstNew);
     for (std::size_t i = firstNew; i < instances.size(); ++i) {
+        prefetchAhead(instances, i);
         CMPIInstance* inst = instances[i];
         CMPIData key = inst->ft->getProperty(inst, "EnumOrder", nullptr);
         keyed.emplace_back(key.value.uint32, inst);

@@ -72,6 +72,14 @@ private:
         Instance** slot;
     };
     std::unordered_map<std::string_view, Filed> filed_;
+    // Each container's records in object-path-text order, remade by the first enumeration after a
+    // registration changed the container, so that enumerations read one flat list instead of
+    // walking the container's nodes. Entries without a record are left out.
+    struct Ordered {
+        std::vector<Instance*> records;
+        bool stale = true;
+    };
+    std::unordered_map<const InstanceContainer*, Ordered> ordered_;
     // Records replaced by a later registration under the same object-path text; kept, never read.
     std::vector<Instance*> superseded_;
     // Instance objects whose registration failed for want of a CMPIInstance; kept, never served.

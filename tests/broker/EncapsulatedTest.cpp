@@ -268,6 +268,22 @@ TEST_F(EncapsulatedTest, LogMessageAndTraceLandInTheSinkButSfcbDropsLogMessages)
     EXPECT_FALSE(entries[0].dropped);
 }
 
+TEST_F(EncapsulatedTest, FullLogSinkDropsTheOldestLinesAndKeepsTheOrder) {
+    LogSink small(3);
+    for (int i = 0; i < 7; ++i)
+        small.write(4, "diagcore", "line " + std::to_string(i), false, false);
+    small.write(LogEntry{1, "other", "as entry", false});
+    EXPECT_EQ(small.texts("diagcore"), (std::vector<std::string>{"line 5", "line 6"}));
+    std::vector<LogEntry> kept = small.entries();
+    ASSERT_EQ(kept.size(), 3u);
+    EXPECT_EQ(kept[2].id, "other");
+    EXPECT_EQ(kept[2].severity, 1);
+    small.clear();
+    small.write(2, "diagcore", "after clear", true, false);
+    ASSERT_EQ(small.size(), 1u);
+    EXPECT_TRUE(small.entries()[0].trace);
+}
+
 TEST_F(EncapsulatedTest, BrokerIdentifiesItselfAndRefusesWhatItDoesNotServe) {
     EXPECT_EQ(Broker::from(mb), broker.get());
     EXPECT_STREQ(mb->bft->brokerName, "diaghost");

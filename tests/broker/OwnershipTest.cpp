@@ -3,6 +3,11 @@
 #include "BrokerFixture.h"
 
 #include "host/CallArena.h"
+#include "host/ObjectPool.h"
+
+#include <cstring>
+#include <thread>
+#include <vector>
 
 namespace NQORVA20::host::test {
 
@@ -143,6 +148,33 @@ TEST_F(OwnershipTest, AttachedThreadContextLivesUntilDetach) {
     // Detaching with the caller's own context leaves that context alone.
     EXPECT_EQ(mb->bft->detachThread(mb, ctx).rc, CMPI_RC_OK);
     EXPECT_EQ(CMGetContextEntryCount(ctx, nullptr), 3u);
+}
+
+// Blocks of every size, kept and not kept, filled to their last byte, freed on another thread
+// and asked for again: a size class too small, or a block handed out twice, corrupts the heap.
+TEST_F(OwnershipTest, RecycledBlocksHoldTheirWholeSizeOnEveryThread) {
+    const std::size_t largest = ObjectPool::largestKept + 40;
+    auto fill = [&](std::vector<void*>& blocks) {
+        for (std::size_t size = 1; size <= largest; ++size) {
+            blocks.push_back(ObjectPool::allocate(size));
+            std::memset(blocks.back(), static_cast<int>(size & 0xff), size);
+        }
+    };
+    std::vector<void*> blocks;
+    fill(blocks);
+    std::thread other([&] {
+        for (std::size_t i = 0; i < blocks.size(); ++i)
+            ObjectPool::deallocate(blocks[i], i + 1);
+    });
+    other.join();
+    std::vector<void*> again;
+    fill(again);
+    for (std::size_t i = 0; i < again.size(); ++i) {
+        EXPECT_EQ(static_cast<unsigned char*>(again[i])[i],
+                  static_cast<unsigned char>((i + 1) & 0xff));
+        ObjectPool::deallocate(again[i], i + 1);
+    }
+    ObjectPool::deallocate(nullptr, 8);
 }
 
 } // namespace NQORVA20::host::test

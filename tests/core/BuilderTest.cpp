@@ -54,6 +54,10 @@ TEST(TextReaders, UnreadableTextYieldsZero) {
     EXPECT_FALSE(stringToDataType<bool>("true"));
     EXPECT_FALSE(stringToDataType<bool>("false"));
     EXPECT_FALSE(stringToDataType<bool>("2"));
+    // A failed reading leaves nothing behind for the next one, nor does a long text.
+    EXPECT_EQ(stringToDataType<int>("5"), 5);
+    EXPECT_EQ(stringToDataType<unsigned int>(std::string(300, '7')), 0u);
+    EXPECT_EQ(stringToDataType<unsigned char>("8"), '8');
 }
 
 TEST(TextReaders, ListSplitterDropsEmptyElementsAndKeepsBlanks) {

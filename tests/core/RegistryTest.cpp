@@ -98,12 +98,27 @@ TEST_P(RegistryTest, RegistrationLogsTwoBuildsThenCreatedAndRegisteredLines) {
 TEST_P(RegistryTest, SecondRegistrationUnderTheSameTextWins) {
     const std::string name = unique("twice");
     Plain* first = add("Core_Registry", name, {{"Value", "1"}});
+    // Enumerated in between, the replacement and a later newcomer are still seen.
+    auto valueOf = [&](const std::string& wanted) {
+        std::vector<CMPIInstance*> found;
+        registry().GetCMPIInstances(broker(), "Core_Registry", found);
+        for (CMPIInstance* i : found)
+            if (text(prop(i, "Name")) == wanted)
+                return text(prop(i, "Value"));
+        return std::string("absent");
+    };
+    EXPECT_EQ(valueOf(name), "1");
+    EXPECT_EQ(valueOf(name + "-later"), "absent");
     Plain* second = add("Core_Registry", name, {{"Value", "2"}});
+    add("Core_Registry", name + "-later", {{"Value", "3"}});
+    EXPECT_EQ(valueOf(name), "2");
+    EXPECT_EQ(valueOf(name + "-later"), "3");
     CMPIObjectPath* op = path("Core_Registry", {{"Name", name}});
     ASSERT_NE(registry().GetInstance(broker(), op), nullptr);
     EXPECT_EQ(registry().GetInstance(broker(), op)->impl, second);
     EXPECT_EQ(first->getObjectPath(), second->getObjectPath()); // both stay alive
-    EXPECT_EQ(namesWithPrefix("Core_Registry", name), (std::vector<std::string>{name}));
+    EXPECT_EQ(namesWithPrefix("Core_Registry", name),
+              (std::vector<std::string>{name, name + "-later"}));
 }
 
 TEST_P(RegistryTest, UnknownClassMissLogsBothWarningsAndLaterRegistrationStillWorks) {
