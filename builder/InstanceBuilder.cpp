@@ -21,14 +21,31 @@ T readValue(std::stringstream& stream) {
     return stream.fail() ? T{} : value;
 }
 
-// "Setting property <name> to '<text>'", made in one allocation.
-std::string settingLine(const std::string& name, const std::string& text) {
+// Logs "Setting property <name> to '<text>'"; a line that fits is put together on the stack.
+void logSetting(const CMPIBroker* broker, const std::string& name, const std::string& text) {
     static constexpr char prefix[] = "Setting property ";
     static constexpr char middle[] = " to '";
-    std::string line;
-    line.reserve(sizeof prefix + name.size() + sizeof middle + text.size());
-    line.append(prefix).append(name).append(middle).append(text).push_back('\'');
-    return line;
+    const std::size_t length =
+        (sizeof prefix - 1) + name.size() + (sizeof middle - 1) + text.size() + 1;
+    char small[256];
+    std::string large;
+    char* line = small;
+    if (length >= sizeof small) {
+        large.resize(length);
+        line = large.data();
+    }
+    char* at = line;
+    auto put = [&at](const char* from, std::size_t count) {
+        std::memcpy(at, from, count);
+        at += count;
+    };
+    put(prefix, sizeof prefix - 1);
+    put(name.data(), name.size());
+    put(middle, sizeof middle - 1);
+    put(text.data(), text.size());
+    *at++ = '\'';
+    *at = '\0';
+    coreLog(broker, LogDebug, line);
 }
 
 // A read-write text stream per thread, in the classic locale, refilled for every reading:
@@ -139,7 +156,7 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
             arrayValue.array = array;
             result->ft->setProperty(result, name.c_str(), &arrayValue, type);
         } else {
-            coreLog(broker, LogDebug, settingLine(name, text));
+            logSetting(broker, name, text);
             CMPIValue value = convert(broker, ctx, type, text);
             if (type != 0)
                 result->ft->setProperty(result, name.c_str(), &value, type);

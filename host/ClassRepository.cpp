@@ -15,12 +15,44 @@ struct ClassRepository::Impl {
     ClassStore store;
 };
 
-ClassRepository::ClassRepository() : impl_(std::make_unique<Impl>()) {}
+namespace {
+
+std::atomic<std::uint64_t> lastGeneration{0};
+
+std::uint64_t newGeneration() {
+    return lastGeneration.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+// Classes a thread found lately, by the names it asked for, exactly as spelled.
+struct FoundClass {
+    std::uint64_t generation = 0;
+    std::string ns;
+    std::string className;
+    const CimClass* cls = nullptr;
+};
+constexpr std::size_t foundClassSlots = 4;
+
+} // namespace
+
+ClassRepository::ClassRepository()
+    : impl_(std::make_unique<Impl>()), generation_(newGeneration()) {}
+
+void ClassRepository::changed() {
+    generation_.store(newGeneration(), std::memory_order_release);
+}
+
+ClassRepository::Change::Change(ClassRepository& repo) : repo_(repo), lock_(repo.mutex_) {
+    repo_.changed();
+}
+
+ClassRepository::Change::~Change() {
+    repo_.changed();
+}
 
 ClassRepository::~ClassRepository() = default;
 
 void ClassRepository::loadFile(const std::string& path, const std::string& ns) {
-    std::unique_lock lock(mutex_);
+    Change change(*this);
     MofCompilation unit(impl_->store);
     unit.compileFile(path, ns);
     unit.finish();
@@ -28,21 +60,40 @@ void ClassRepository::loadFile(const std::string& path, const std::string& ns) {
 
 void ClassRepository::loadText(const std::string& text, const std::string& ns,
                                const std::string& sourceName) {
-    std::unique_lock lock(mutex_);
+    Change change(*this);
     MofCompilation unit(impl_->store);
     unit.compileText(text, ns, sourceName);
     unit.finish();
 }
 
 void ClassRepository::addClass(const std::string& ns, CimClass cls) {
-    std::unique_lock lock(mutex_);
+    Change change(*this);
     impl_->store.addResolvedClass(ns, std::move(cls));
 }
 
 const CimClass* ClassRepository::findClass(const std::string& ns,
                                            const std::string& className) const {
-    std::shared_lock lock(mutex_);
-    return impl_->store.findClass(ns, className);
+    thread_local FoundClass found[foundClassSlots];
+    thread_local std::size_t nextSlot = 0;
+    const std::uint64_t generation = generation_.load(std::memory_order_acquire);
+    for (const FoundClass& f : found)
+        if (f.generation == generation && f.className == className && f.ns == ns)
+            return f.cls;
+    const CimClass* cls = nullptr;
+    {
+        std::shared_lock lock(mutex_);
+        cls = impl_->store.findClass(ns, className);
+    }
+    if (cls != nullptr) {
+        FoundClass& slot = found[nextSlot];
+        nextSlot = (nextSlot + 1) % foundClassSlots;
+        slot.generation = 0; // unusable until it is whole
+        slot.ns = ns;
+        slot.className = className;
+        slot.cls = cls;
+        slot.generation = generation;
+    }
+    return cls;
 }
 
 const CimQualifierDecl* ClassRepository::findQualifier(const std::string& ns,

@@ -5,7 +5,10 @@
 
 #include "host/CimClass.h"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <shared_mutex>
 #include <stdexcept>
 #include <string>
@@ -42,7 +45,8 @@ public:
     // Adds a class whose inherited members are already resolved (used by tests and tools).
     void addClass(const std::string& ns, CimClass cls);
 
-    // Namespace and class names compare without regard to case. Null when absent.
+    // Namespace and class names compare without regard to case. Null when absent. The last few
+    // classes a thread found are remembered until the repository next changes.
     const CimClass* findClass(const std::string& ns, const std::string& className) const;
     const CimQualifierDecl* findQualifier(const std::string& ns, const std::string& name) const;
     // True when className is ancestor or one of its subclasses.
@@ -58,8 +62,23 @@ public:
 
 private:
     struct Impl;
+    // Marks a change: answers remembered before it are not used again.
+    void changed();
+    // Holds the repository's lock for a change, marked as begun and as ended however it ends.
+    class Change {
+    public:
+        explicit Change(ClassRepository& repo);
+        ~Change();
+
+    private:
+        ClassRepository& repo_;
+        std::unique_lock<std::shared_mutex> lock_;
+    };
+
     std::unique_ptr<Impl> impl_;
     mutable std::shared_mutex mutex_;
+    // Unique across every repository of the process, renewed by each change.
+    std::atomic<std::uint64_t> generation_;
 };
 
 } // namespace NQORVA20::host

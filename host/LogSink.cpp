@@ -1,6 +1,19 @@
 #include "host/LogSink.h"
 
+#include <cstring>
+
 namespace NQORVA20::host {
+
+namespace {
+
+// Overwrites a kept text, reusing its buffer.
+void overwrite(std::string& kept, std::string_view text) {
+    kept.resize(text.size());
+    if (!text.empty())
+        std::memcpy(kept.data(), text.data(), text.size());
+}
+
+} // namespace
 
 LogSink::LogSink(std::size_t capacity) : capacity_(capacity) {}
 
@@ -33,8 +46,8 @@ void LogSink::write(int severity, std::string_view id, std::string_view text, bo
     std::lock_guard<std::mutex> lock(mutex_);
     LogEntry& slot = nextSlot();
     slot.severity = severity;
-    slot.id.assign(id);
-    slot.text.assign(text);
+    overwrite(slot.id, id);
+    overwrite(slot.text, text);
     slot.trace = trace;
     slot.dropped = dropped;
     echo(slot);

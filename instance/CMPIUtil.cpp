@@ -21,7 +21,7 @@ std::string textOf(const CMPIString* s) {
 
 // Undoes backslash escapes in one left-to-right pass: \n, \r and \t become the control
 // characters, any other escaped character stands for itself, and a trailing backslash vanishes.
-std::string unescape(const std::string& text) {
+std::string unescape(std::string text) {
     std::size_t i = text.find('\\');
     if (i == std::string::npos)
         return text;
@@ -71,7 +71,8 @@ std::string StripObjectPath(std::string text) {
     std::size_t colon = text.find(':');
     if (colon == std::string::npos)
         return text;
-    return text.substr(colon + 1);
+    text.erase(0, colon + 1);
+    return text;
 }
 
 namespace {

@@ -108,6 +108,8 @@ TEST_F(ClassRepositoryTest, RedefiningAClassReresolvesItsSubclasses) {
     EXPECT_EQ(repo.classCount("root/x"), 7u);
     EXPECT_EQ(repo.subclassNames("root/x", "T_A"), (std::vector<std::string>{"T_A1", "T_A2"}));
 
+    // A class found before a redefinition is found anew after it.
+    EXPECT_EQ(repo.findClass("root/x", "T_A2")->findProperty("Added")->defaultText, "7");
     // A redefinition its subclasses cannot accept is refused and changes nothing.
     repo.loadText("class T_A2 : T_A { [Override (\"Added\")] uint32 Added = 9; };", "root/x");
     EXPECT_THROW(repo.loadText("class T_A : T_Root { string A; };", "root/x"), MofError);
