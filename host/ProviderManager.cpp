@@ -71,6 +71,12 @@ CMPIStatus status(CMPIrc rc) {
     return CMPIStatus{rc, nullptr};
 }
 
+// The MI function's answer, or CMPI_RC_ERR_NOT_SUPPORTED when the provider leaves it out.
+template <class Fn, class... Args>
+CMPIStatus ifServed(Fn fn, Args... args) {
+    return fn ? fn(args...) : status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
 std::string where(const ProviderRegistration& reg) {
     return reg.file + ":" + std::to_string(reg.line);
 }
@@ -711,35 +717,66 @@ OperationStatus ProviderManager::associationSteps(const std::string& ns, const c
     return OperationStatus::make(CMPI_RC_OK);
 }
 
+template <class Body>
+OperationStatus ProviderManager::routed(const char* operation, const CMPIContext* ctx,
+                                        const CMPIObjectPath* op, Body&& body) {
+    return shielded(operation, [&]() -> OperationStatus {
+        CallScope scope(broker_);
+        Target target;
+        OperationStatus resolved = resolve(ctx, op, target);
+        if (!resolved.ok())
+            return resolved;
+        return body(target);
+    });
+}
+
+template <class Call>
+OperationStatus ProviderManager::ownInstanceProvider(const Target& target, const char* verb,
+                                                     const CMPIContext* ctx, ResultSink& out,
+                                                     Call&& call) {
+    const ProviderRegistration* reg =
+        find(target.ns, target.className, ProviderRegistration::Instance);
+    if (!reg)
+        return OperationStatus::make(CMPI_RC_ERR_NOT_SUPPORTED, std::string("no provider ") + verb +
+                                                                    " instances of " +
+                                                                    target.className);
+    OperationStatus result = callProvider(*reg, MiKind::Instance, target.ns, ctx, out,
+                                          [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
+                                              return call(static_cast<CMPIInstanceMI*>(mi), c, r);
+                                          });
+    return result.ok() ? done(out) : result;
+}
+
+template <class Call>
+OperationStatus ProviderManager::onStepClass(const Step& step, const Target& target,
+                                             const CMPIContext* ctx, ResultSink& out, Call&& call) {
+    const CMPIBroker* mb = broker_.cmpi();
+    return callProvider(*step.provider, MiKind::Instance, target.ns, ctx, out,
+                        [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
+                            CMPIObjectPath* classPath = mb->eft->newObjectPath(
+                                mb, target.ns.c_str(), step.className.c_str(), nullptr);
+                            if (!classPath)
+                                return status(CMPI_RC_ERR_FAILED);
+                            return call(static_cast<CMPIInstanceMI*>(mi), c, r, classPath);
+                        });
+}
+
 OperationStatus ProviderManager::enumerate(const CMPIContext* ctx, const CMPIObjectPath* op,
                                            const char** properties, bool namesOnly,
                                            ResultSink& out) {
-    return shielded("enumerate", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
-        const CMPIBroker* mb = broker_.cmpi();
+    return routed("enumerate", ctx, op, [&](const Target& target) -> OperationStatus {
         for (const Step& step : enumerationSteps(target)) {
+            OperationStatus result;
             if (!step.provider) {
                 result = statics_.enumerate(target.ns, step.className, namesOnly, out);
             } else {
-                result = callProvider(
-                    *step.provider, MiKind::Instance, target.ns, ctx, out,
-                    [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                        auto* m = static_cast<CMPIInstanceMI*>(mi);
-                        CMPIObjectPath* classPath = mb->eft->newObjectPath(
-                            mb, target.ns.c_str(), step.className.c_str(), nullptr);
-                        if (!classPath)
-                            return status(CMPI_RC_ERR_FAILED);
+                result = onStepClass(
+                    step, target, ctx, out,
+                    [&](CMPIInstanceMI* m, const CMPIContext* c, const CMPIResult* r,
+                        CMPIObjectPath* classPath) {
                         if (namesOnly)
-                            return m->ft->enumerateInstanceNames
-                                       ? m->ft->enumerateInstanceNames(m, c, r, classPath)
-                                       : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                        return m->ft->enumerateInstances
-                                   ? m->ft->enumerateInstances(m, c, r, classPath, properties)
-                                   : status(CMPI_RC_ERR_NOT_SUPPORTED);
+                            return ifServed(m->ft->enumerateInstanceNames, m, c, r, classPath);
+                        return ifServed(m->ft->enumerateInstances, m, c, r, classPath, properties);
                     });
             }
             if (!result.ok())
@@ -762,137 +799,75 @@ OperationStatus ProviderManager::enumerateInstances(const CMPIContext* ctx,
 
 OperationStatus ProviderManager::getInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
                                              const char** properties, ResultSink& out) {
-    return shielded("getInstance", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
-        const ProviderRegistration* reg =
-            find(target.ns, target.className, ProviderRegistration::Instance);
-        if (!reg) {
-            result = statics_.getInstance(target.ns, target.path, out);
-        } else {
-            result =
-                callProvider(*reg, MiKind::Instance, target.ns, ctx, out,
-                             [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                                 auto* m = static_cast<CMPIInstanceMI*>(mi);
-                                 return m->ft->getInstance
-                                            ? m->ft->getInstance(m, c, r, target.path, properties)
-                                            : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                             });
+    return routed("getInstance", ctx, op, [&](const Target& target) -> OperationStatus {
+        if (!find(target.ns, target.className, ProviderRegistration::Instance)) {
+            OperationStatus result = statics_.getInstance(target.ns, target.path, out);
+            return result.ok() ? done(out) : result;
         }
-        return result.ok() ? done(out) : result;
+        return ownInstanceProvider(
+            target, "serves", ctx, out,
+            [&](CMPIInstanceMI* m, const CMPIContext* c, const CMPIResult* r) {
+                return ifServed(m->ft->getInstance, m, c, r, target.path, properties);
+            });
     });
 }
 
 OperationStatus ProviderManager::createInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
                                                 const CMPIInstance* inst, ResultSink& out) {
-    return shielded("createInstance", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
+    return routed("createInstance", ctx, op, [&](const Target& target) -> OperationStatus {
         if (!inst)
             return OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER, "no instance given");
-        const ProviderRegistration* reg =
-            find(target.ns, target.className, ProviderRegistration::Instance);
-        if (!reg)
-            return OperationStatus::make(CMPI_RC_ERR_NOT_SUPPORTED,
-                                         "no provider creates instances of " + target.className);
-        result = callProvider(*reg, MiKind::Instance, target.ns, ctx, out,
-                              [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                                  auto* m = static_cast<CMPIInstanceMI*>(mi);
-                                  return m->ft->createInstance
-                                             ? m->ft->createInstance(m, c, r, target.path, inst)
-                                             : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                              });
-        return result.ok() ? done(out) : result;
+        return ownInstanceProvider(
+            target, "creates", ctx, out,
+            [&](CMPIInstanceMI* m, const CMPIContext* c, const CMPIResult* r) {
+                return ifServed(m->ft->createInstance, m, c, r, target.path, inst);
+            });
     });
 }
 
 OperationStatus ProviderManager::modifyInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
                                                 const CMPIInstance* inst, const char** properties,
                                                 ResultSink& out) {
-    return shielded("modifyInstance", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
+    return routed("modifyInstance", ctx, op, [&](const Target& target) -> OperationStatus {
         if (!inst)
             return OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER, "no instance given");
-        const ProviderRegistration* reg =
-            find(target.ns, target.className, ProviderRegistration::Instance);
-        if (!reg)
-            return OperationStatus::make(CMPI_RC_ERR_NOT_SUPPORTED,
-                                         "no provider modifies instances of " + target.className);
-        result = callProvider(*reg, MiKind::Instance, target.ns, ctx, out,
-                              [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                                  auto* m = static_cast<CMPIInstanceMI*>(mi);
-                                  return m->ft->modifyInstance
-                                             ? m->ft->modifyInstance(m, c, r, target.path, inst,
-                                                                     properties)
-                                             : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                              });
-        return result.ok() ? done(out) : result;
+        return ownInstanceProvider(
+            target, "modifies", ctx, out,
+            [&](CMPIInstanceMI* m, const CMPIContext* c, const CMPIResult* r) {
+                return ifServed(m->ft->modifyInstance, m, c, r, target.path, inst, properties);
+            });
     });
 }
 
 OperationStatus ProviderManager::deleteInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
                                                 ResultSink& out) {
-    return shielded("deleteInstance", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
-        const ProviderRegistration* reg =
-            find(target.ns, target.className, ProviderRegistration::Instance);
-        if (!reg)
-            return OperationStatus::make(CMPI_RC_ERR_NOT_SUPPORTED,
-                                         "no provider deletes instances of " + target.className);
-        result = callProvider(*reg, MiKind::Instance, target.ns, ctx, out,
-                              [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                                  auto* m = static_cast<CMPIInstanceMI*>(mi);
-                                  return m->ft->deleteInstance
-                                             ? m->ft->deleteInstance(m, c, r, target.path)
-                                             : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                              });
-        return result.ok() ? done(out) : result;
+    return routed("deleteInstance", ctx, op, [&](const Target& target) -> OperationStatus {
+        return ownInstanceProvider(
+            target, "deletes", ctx, out,
+            [&](CMPIInstanceMI* m, const CMPIContext* c, const CMPIResult* r) {
+                return ifServed(m->ft->deleteInstance, m, c, r, target.path);
+            });
     });
 }
 
 OperationStatus ProviderManager::execQuery(const CMPIContext* ctx, const CMPIObjectPath* op,
                                            const char* query, const char* language,
                                            ResultSink& out) {
-    return shielded("execQuery", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
+    return routed("execQuery", ctx, op, [&](const Target& target) -> OperationStatus {
         if (!given(query) || !given(language))
             return OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER,
                                          "a query needs its text and its language");
-        const CMPIBroker* mb = broker_.cmpi();
         bool anyProvider = false;
         for (const Step& step : enumerationSteps(target)) {
             if (!step.provider)
                 continue;
             anyProvider = true;
-            result = callProvider(*step.provider, MiKind::Instance, target.ns, ctx, out,
-                                  [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                                      auto* m = static_cast<CMPIInstanceMI*>(mi);
-                                      CMPIObjectPath* classPath = mb->eft->newObjectPath(
-                                          mb, target.ns.c_str(), step.className.c_str(), nullptr);
-                                      if (!classPath)
-                                          return status(CMPI_RC_ERR_FAILED);
-                                      return m->ft->execQuery ? m->ft->execQuery(m, c, r, classPath,
-                                                                                 query, language)
-                                                              : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                                  });
+            OperationStatus result = onStepClass(
+                step, target, ctx, out,
+                [&](CMPIInstanceMI* m, const CMPIContext* c, const CMPIResult* r,
+                    CMPIObjectPath* classPath) {
+                    return ifServed(m->ft->execQuery, m, c, r, classPath, query, language);
+                });
             if (!result.ok())
                 return result;
         }
@@ -908,12 +883,8 @@ OperationStatus ProviderManager::associatorsOf(const CMPIContext* ctx, const CMP
                                                const char* role, const char* resultRole,
                                                const char** properties, bool namesOnly,
                                                ResultSink& out) {
-    return shielded("associators", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
+    return routed("associators", ctx, op, [&](const Target& target) -> OperationStatus {
+        OperationStatus result;
         if (given(resultClass) && !classes_.findClass(target.ns, resultClass))
             return OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER,
                                          std::string("result class ") + resultClass +
@@ -930,16 +901,11 @@ OperationStatus ProviderManager::associatorsOf(const CMPIContext* ctx, const CMP
                         auto* m = static_cast<CMPIAssociationMI*>(mi);
                         const char* assoc = step.className.c_str();
                         if (namesOnly)
-                            return m->ft->associatorNames
-                                       ? m->ft->associatorNames(m, c, r, target.path, assoc,
-                                                                orNull(resultClass), orNull(role),
-                                                                orNull(resultRole))
-                                       : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                        return m->ft->associators
-                                   ? m->ft->associators(m, c, r, target.path, assoc,
-                                                        orNull(resultClass), orNull(role),
-                                                        orNull(resultRole), properties)
-                                   : status(CMPI_RC_ERR_NOT_SUPPORTED);
+                            return ifServed(m->ft->associatorNames, m, c, r, target.path, assoc,
+                                            orNull(resultClass), orNull(role), orNull(resultRole));
+                        return ifServed(m->ft->associators, m, c, r, target.path, assoc,
+                                        orNull(resultClass), orNull(role), orNull(resultRole),
+                                        properties);
                     });
                 if (!result.ok())
                     return result;
@@ -988,33 +954,24 @@ OperationStatus ProviderManager::referencesOf(const CMPIContext* ctx, const CMPI
                                               const char* resultClass, const char* role,
                                               const char** properties, bool namesOnly,
                                               ResultSink& out) {
-    return shielded("references", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus result = resolve(ctx, op, target);
-        if (!result.ok())
-            return result;
+    return routed("references", ctx, op, [&](const Target& target) -> OperationStatus {
+        OperationStatus result;
         std::vector<Step> steps;
         result = associationSteps(target.ns, resultClass, steps);
         if (!result.ok())
             return result;
         for (const Step& step : steps) {
             if (step.provider) {
-                result =
-                    callProvider(*step.provider, MiKind::Association, target.ns, ctx, out,
-                                 [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                                     auto* m = static_cast<CMPIAssociationMI*>(mi);
-                                     const char* assoc = step.className.c_str();
-                                     if (namesOnly)
-                                         return m->ft->referenceNames
-                                                    ? m->ft->referenceNames(m, c, r, target.path,
-                                                                            assoc, orNull(role))
-                                                    : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                                     return m->ft->references
-                                                ? m->ft->references(m, c, r, target.path, assoc,
-                                                                    orNull(role), properties)
-                                                : status(CMPI_RC_ERR_NOT_SUPPORTED);
-                                 });
+                result = callProvider(*step.provider, MiKind::Association, target.ns, ctx, out,
+                                      [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
+                                          auto* m = static_cast<CMPIAssociationMI*>(mi);
+                                          const char* assoc = step.className.c_str();
+                                          if (namesOnly)
+                                              return ifServed(m->ft->referenceNames, m, c, r,
+                                                              target.path, assoc, orNull(role));
+                                          return ifServed(m->ft->references, m, c, r, target.path,
+                                                          assoc, orNull(role), properties);
+                                      });
             } else {
                 result = statics_.references(target.ns, step.className, target.path, role,
                                              namesOnly, out);
@@ -1041,12 +998,8 @@ OperationStatus ProviderManager::referenceNames(const CMPIContext* ctx, const CM
 OperationStatus ProviderManager::invokeMethod(const CMPIContext* ctx, const CMPIObjectPath* op,
                                               const char* method, const CMPIArgs* in, CMPIArgs* out,
                                               ResultSink& result) {
-    return shielded("invokeMethod", [&]() -> OperationStatus {
-        CallScope scope(broker_);
-        Target target;
-        OperationStatus answer = resolve(ctx, op, target);
-        if (!answer.ok())
-            return answer;
+    return routed("invokeMethod", ctx, op, [&](const Target& target) -> OperationStatus {
+        OperationStatus answer;
         if (!given(method))
             return OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER, "no method name given");
         const ProviderRegistration* reg =
@@ -1063,10 +1016,8 @@ OperationStatus ProviderManager::invokeMethod(const CMPIContext* ctx, const CMPI
         answer = callProvider(*reg, MiKind::Method, target.ns, ctx, result,
                               [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
                                   auto* m = static_cast<CMPIMethodMI*>(mi);
-                                  return m->ft->invokeMethod
-                                             ? m->ft->invokeMethod(m, c, r, target.path, method,
-                                                                   inArgs, outArgs)
-                                             : status(CMPI_RC_ERR_NOT_SUPPORTED);
+                                  return ifServed(m->ft->invokeMethod, m, c, r, target.path, method,
+                                                  inArgs, outArgs);
                               });
         return answer.ok() ? done(result) : answer;
     });

@@ -128,6 +128,22 @@ private:
     // called from the broker's C function tables.
     template <class Body>
     OperationStatus shielded(const char* operation, Body&& body);
+    // The frame of every client operation: exceptions shielded, one call scope for the routing,
+    // the path resolved; then body(target).
+    template <class Body>
+    OperationStatus routed(const char* operation, const CMPIContext* ctx, const CMPIObjectPath* op,
+                           Body&& body);
+    // Calls `call(mi, ctx, result)` on the instance provider registered for the target's own
+    // class and closes the result; CMPI_RC_ERR_NOT_SUPPORTED ("no provider <verb> instances of
+    // <class>") when there is none.
+    // Calls `call(mi, ctx, result, classPath)` on the instance provider of an enumeration step,
+    // classPath naming the step's class in the target's namespace.
+    template <class Call>
+    OperationStatus onStepClass(const Step& step, const Target& target, const CMPIContext* ctx,
+                                ResultSink& out, Call&& call);
+    template <class Call>
+    OperationStatus ownInstanceProvider(const Target& target, const char* verb,
+                                        const CMPIContext* ctx, ResultSink& out, Call&& call);
     std::vector<Step> enumerationSteps(const Target& target) const;
     OperationStatus associationSteps(const std::string& ns, const char* assocClass,
                                      std::vector<Step>& steps) const;
