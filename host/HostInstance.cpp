@@ -12,6 +12,7 @@
 #include <atomic>
 #include <limits>
 #include <memory>
+#include <new>
 
 namespace NQORVA20::host {
 
@@ -267,22 +268,29 @@ CMPIInstanceFT instanceTable = {CMPIVersion200,
 
 HostInstance::HostInstance(Broker& broker, const CimClass& cls, std::string ns, std::string host)
     : HostObject(Kind::Instance, broker), cmpi_{this, &instanceTable}, class_(&cls),
-      ns_(std::move(ns)), host_(std::move(host)), values_(new CMPIData[cls.properties.size()]),
-      count_(cls.properties.size()) {
-    for (std::size_t i = 0; i < cls.properties.size(); ++i)
-        values_[i] = DataCopy::null(cls.properties[i].type);
+      ns_(std::move(ns)), host_(std::move(host)), count_(cls.properties.size()) {
+    CMPIData* slots = values();
+    for (std::size_t i = 0; i < count_; ++i)
+        new (&slots[i]) CMPIData(DataCopy::null(cls.properties[i].type));
 }
 
 HostInstance::~HostInstance() {
+    CMPIData* slots = values();
     for (std::size_t i = 0; i < propertyCount(); ++i) {
-        if (!(values_[i].state & CMPI_nullValue))
-            DataCopy::destroy(values_[i]);
+        if (!(slots[i].state & CMPI_nullValue))
+            DataCopy::destroy(slots[i]);
     }
 }
 
 HostInstance* HostInstance::create(Broker& broker, const CimClass& cls, std::string ns,
                                    std::string host) {
-    return new HostInstance(broker, cls, std::move(ns), std::move(host));
+    void* block = ::operator new(valuesOffset() + cls.properties.size() * sizeof(CMPIData));
+    try {
+        return new (block) HostInstance(broker, cls, std::move(ns), std::move(host));
+    } catch (...) {
+        ::operator delete(block);
+        throw;
+    }
 }
 
 HostInstance* HostInstance::from(const CMPIInstance* inst) {
@@ -310,7 +318,7 @@ CMPIrc HostInstance::set(std::size_t index, const CMPIValue* value, CMPIType typ
         return CMPI_RC_OK;
     if (p.key)
         std::atomic_store(&pathKeys_, std::shared_ptr<HostObjectPath::KeySet>());
-    CMPIData& slot = values_[index];
+    CMPIData& slot = values()[index];
     if (type == CMPI_null || !value) {
         DataCopy::destroy(slot);
         slot = DataCopy::null(p.type);
@@ -400,10 +408,10 @@ HostObjectPath* HostInstance::makePath() const {
         keys = std::make_shared<HostObjectPath::KeySet>();
         const auto& props = class_->properties;
         for (std::size_t i = 0; i < count_; ++i) {
-            if (!props[i].key || (values_[i].state & CMPI_nullValue))
+            if (!props[i].key || (at(i).state & CMPI_nullValue))
                 continue;
             CMPIData copy{};
-            CMPIrc rc = DataCopy::copy(broker(), values_[i], Placement::Parent, copy);
+            CMPIrc rc = DataCopy::copy(broker(), at(i), Placement::Parent, copy);
             (void)rc; // the values are the host's own objects
             keys->appendBorrowed(props[i].name.c_str(), copy);
         }
@@ -419,9 +427,9 @@ HostObjectPath* HostInstance::makePath() const {
 }
 
 HostObject* HostInstance::copy() const {
-    std::unique_ptr<HostInstance> out(new HostInstance(broker(), *class_, ns_, host_));
+    std::unique_ptr<HostInstance> out(create(broker(), *class_, ns_, host_));
     for (std::size_t i = 0; i < propertyCount(); ++i) {
-        CMPIrc rc = DataCopy::copy(broker(), values_[i], Placement::Parent, out->values_[i]);
+        CMPIrc rc = DataCopy::copy(broker(), at(i), Placement::Parent, out->values()[i]);
         (void)rc; // the values are the host's own objects
     }
     if (filter_)

@@ -37,7 +37,7 @@ public:
     const std::string& host() const { return host_; }
     std::size_t propertyCount() const { return count_; }
     const char* propertyName(std::size_t index) const;
-    const CMPIData& at(std::size_t index) const { return values_[index]; }
+    const CMPIData& at(std::size_t index) const { return values()[index]; }
     // The index of a declared property, ignoring case; -1 when the class has none of that name.
     long find(std::string_view name) const;
 
@@ -63,14 +63,20 @@ public:
     void* cmpiObject() override { return &cmpi_; }
     ~HostInstance() override;
 
+    // An instance and its values are one block of the C library's memory, values behind the
+    // object: reading a value costs no second pointer to follow.
+    static void operator delete(void* block) { ::operator delete(block); }
+
 private:
     HostInstance(Broker& broker, const CimClass& cls, std::string ns, std::string host);
+    // Where the values start in the block, found from the object's own address.
+    static constexpr std::size_t valuesOffset();
+    CMPIData* values() const;
 
     CMPIInstance cmpi_;
     const CimClass* class_;
     std::string ns_;
     std::string host_;
-    std::unique_ptr<CMPIData[]> values_;
     std::unique_ptr<std::vector<bool>> filter_;
     // The number of values, fixed when the instance is made.
     std::size_t count_;
@@ -79,6 +85,15 @@ private:
     // from the second on. Read and written atomically: concurrent readers may both fill it.
     mutable std::shared_ptr<HostObjectPath::KeySet> pathKeys_;
 };
+
+constexpr std::size_t HostInstance::valuesOffset() {
+    return (sizeof(HostInstance) + alignof(CMPIData) - 1) / alignof(CMPIData) * alignof(CMPIData);
+}
+
+inline CMPIData* HostInstance::values() const {
+    return reinterpret_cast<CMPIData*>(reinterpret_cast<char*>(const_cast<HostInstance*>(this)) +
+                                       valuesOffset());
+}
 
 } // namespace NQORVA20::host
 

@@ -61,6 +61,8 @@ void* ObjectPool::allocate(std::size_t size) {
         ThreadCache& c = cache;
         if (FreeBlock* block = c.heads[index]) {
             c.heads[index] = block->next;
+            // Freed blocks are cold: the next one is asked into the cache before it is needed.
+            __builtin_prefetch(block->next);
             c.keptBytes -= (index + 1) * granule;
             return block;
         }

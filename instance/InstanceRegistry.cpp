@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <memory>
 #include <sstream>
 
@@ -170,19 +171,33 @@ void InstanceRegistry::GetCMPIInstances(const CMPIBroker*, std::string className
     if (instances.size() == firstNew || firstImpl == nullptr ||
         firstImpl->find("EnumOrder") == firstImpl->end())
         return;
-    // Each key is read once; the order is the one a comparison of keys gives.
-    std::vector<std::pair<CMPIUint32, CMPIInstance*>> keyed;
+    // Each key is read once. Equal keys keep their object-path-text order, so the order is the
+    // one every comparison-based sort of the keys could give, and the same on every call.
+    struct Keyed {
+        CMPIUint32 key;
+        std::uint32_t position;
+        CMPIInstance* instance;
+    };
+    // Scratch kept by the thread between enumerations (the registry lock is held, so no other
+    // enumeration uses it meanwhile): a large enumeration then does not fetch fresh pages from
+    // the system every time.
+    thread_local std::vector<Keyed> keyed;
+    keyed.clear();
     keyed.reserve(instances.size() - firstNew);
     for (std::size_t i = firstNew; i < instances.size(); ++i) {
         prefetchAhead(instances, i);
         CMPIInstance* inst = instances[i];
         CMPIData key = inst->ft->getProperty(inst, "EnumOrder", nullptr);
-        keyed.emplace_back(key.value.uint32, inst);
+        keyed.push_back(Keyed{key.value.uint32, static_cast<std::uint32_t>(i - firstNew), inst});
     }
-    std::stable_sort(keyed.begin(), keyed.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::sort(keyed.begin(), keyed.end(), [](const Keyed& a, const Keyed& b) {
+        return a.key != b.key ? a.key < b.key : a.position < b.position;
+    });
     for (std::size_t i = 0; i < keyed.size(); ++i)
-        instances[firstNew + i] = keyed[i].second;
+        instances[firstNew + i] = keyed[i].instance;
+    constexpr std::size_t keptScratch = (std::size_t{4} << 20) / sizeof(Keyed);
+    if (keyed.capacity() > keptScratch)
+        std::vector<Keyed>().swap(keyed);
 }
 
 CMPIStatus InstanceRegistry::InvokeMethod(const CMPIBroker* broker, const CMPIContext* context,

@@ -155,6 +155,13 @@ TEST_P(RegistryTest, EnumerationOrdersByEnumOrderWhenFirstInstanceHasIt) {
     EXPECT_EQ(
         namesWithPrefix("Core_Ordered", stem),
         (std::vector<std::string>{stem + "e", stem + "b", stem + "c", stem + "a", stem + "d"}));
+    // Equal keys come in object-path-text order, on every enumeration.
+    add("Core_Ordered", stem + "g", {{"EnumOrder", "2"}});
+    add("Core_Ordered", stem + "f", {{"EnumOrder", "2"}});
+    const std::vector<std::string> tied = {stem + "e", stem + "b", stem + "c", stem + "f",
+                                           stem + "g", stem + "a", stem + "d"};
+    EXPECT_EQ(namesWithPrefix("Core_Ordered", stem), tied);
+    EXPECT_EQ(namesWithPrefix("Core_Ordered", stem), tied);
 }
 
 TEST_P(RegistryTest, EnumerationKeepsPathOrderWhenFirstInstanceLacksEnumOrder) {
