@@ -268,7 +268,7 @@ CMPIInstanceFT instanceTable = {CMPIVersion200,
 
 HostInstance::HostInstance(Broker& broker, const CimClass& cls, std::string ns, std::string host)
     : HostObject(Kind::Instance, broker), cmpi_{this, &instanceTable}, class_(&cls),
-      ns_(std::move(ns)), host_(std::move(host)), count_(cls.properties.size()) {
+      count_(cls.properties.size()), ns_(std::move(ns)), host_(std::move(host)) {
     CMPIData* slots = values();
     for (std::size_t i = 0; i < count_; ++i)
         new (&slots[i]) CMPIData(DataCopy::null(cls.properties[i].type));

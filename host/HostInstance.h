@@ -73,17 +73,18 @@ private:
     static constexpr std::size_t valuesOffset();
     CMPIData* values() const;
 
+    // What a path or a value read needs sits next to the CMPI structure, in the same cache lines.
     CMPIInstance cmpi_;
     const CimClass* class_;
-    std::string ns_;
-    std::string host_;
-    std::unique_ptr<std::vector<bool>> filter_;
-    // The number of values, fixed when the instance is made.
-    std::size_t count_;
     // Copies of the set key properties shared by the paths handed out: null until a path is
     // made and again after a key property changes, a marker after the first path, the copies
     // from the second on. Read and written atomically: concurrent readers may both fill it.
     mutable std::shared_ptr<HostObjectPath::KeySet> pathKeys_;
+    // The number of values, fixed when the instance is made.
+    std::size_t count_;
+    std::string ns_;
+    std::string host_;
+    std::unique_ptr<std::vector<bool>> filter_;
 };
 
 constexpr std::size_t HostInstance::valuesOffset() {
