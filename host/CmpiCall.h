@@ -64,6 +64,19 @@ public:
             return failure();
         }
     }
+
+    // The release function of every broker-made object: Owner::from finds the host object behind
+    // the CMPI structure, CMPI_RC_ERR_INVALID_HANDLE when there is none.
+    template <class Owner, class Cmpi>
+    static CMPIStatus release(Cmpi* object) {
+        return guardStatus([&] {
+            Owner* self = Owner::from(object);
+            if (!self)
+                return status(CMPI_RC_ERR_INVALID_HANDLE);
+            self->release();
+            return status(CMPI_RC_OK);
+        });
+    }
 };
 
 } // namespace NQORVA20::host

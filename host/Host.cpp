@@ -92,8 +92,8 @@ OperationResult Host::run(const CMPIObjectPath* path, Op&& op) {
     return result;
 }
 
-template <class Op>
-OperationResult Host::runText(const std::string& pathText, Op&& op) {
+template <class Use>
+OperationResult Host::onPathText(const std::string& pathText, Use&& use) {
     CallScope scope(*broker_);
     CMPIObjectPath* path = nullptr;
     try {
@@ -103,7 +103,13 @@ OperationResult Host::runText(const std::string& pathText, Op&& op) {
         result.status = OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER, e.what());
         return result;
     }
-    return run(path, std::forward<Op>(op));
+    return use(path);
+}
+
+template <class Op>
+OperationResult Host::runText(const std::string& pathText, Op&& op) {
+    return onPathText(pathText,
+                      [&](CMPIObjectPath* path) { return run(path, std::forward<Op>(op)); });
 }
 
 OperationResult Host::enumerateInstances(const std::string& ns, const std::string& className) {
@@ -275,30 +281,14 @@ OperationResult Host::invokeMethod(const CMPIObjectPath* path, const std::string
 
 OperationResult Host::invokeMethod(const std::string& pathText, const std::string& method,
                                    const Arguments& args) {
-    CallScope scope(*broker_);
-    CMPIObjectPath* path = nullptr;
-    try {
-        path = parsePath(pathText, defaultNamespace());
-    } catch (const ObjectPathError& e) {
-        OperationResult result(*broker_);
-        result.status = OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER, e.what());
-        return result;
-    }
-    return invokeMethod(path, method, args);
+    return onPathText(pathText,
+                      [&](CMPIObjectPath* path) { return invokeMethod(path, method, args); });
 }
 
 OperationResult Host::invokeMethod(const std::string& pathText, const std::string& method,
                                    const CMPIArgs* args) {
-    CallScope scope(*broker_);
-    CMPIObjectPath* path = nullptr;
-    try {
-        path = parsePath(pathText, defaultNamespace());
-    } catch (const ObjectPathError& e) {
-        OperationResult result(*broker_);
-        result.status = OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER, e.what());
-        return result;
-    }
-    return invokeMethod(path, method, args);
+    return onPathText(pathText,
+                      [&](CMPIObjectPath* path) { return invokeMethod(path, method, args); });
 }
 
 CMPIObjectPath* Host::parsePath(const std::string& pathText, const std::string& defaultNs) {

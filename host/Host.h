@@ -120,6 +120,10 @@ private:
     OperationResult run(const CMPIObjectPath* path, Op&& op);
     template <class Op>
     OperationResult runText(const std::string& pathText, Op&& op);
+    // Parses a path text in one call scope and hands the path to `use`; a text that does not
+    // parse gives CMPI_RC_ERR_INVALID_PARAMETER with the parser's message.
+    template <class Use>
+    OperationResult onPathText(const std::string& pathText, Use&& use);
 
     PathDialect dialect_;
     std::unique_ptr<ClassRepository> classes_;

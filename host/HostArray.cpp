@@ -15,16 +15,6 @@ HostArray* checked(const CMPIArray* a, CMPIStatus* rc) {
     return self;
 }
 
-CMPIStatus arrayRelease(CMPIArray* a) {
-    return CmpiCall::guardStatus([&] {
-        HostArray* self = HostArray::from(a);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->release();
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
 CMPIArray* arrayClone(const CMPIArray* a, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIArray*>(nullptr), [&]() -> CMPIArray* {
         HostArray* self = checked(a, rc);
@@ -62,8 +52,10 @@ CMPIStatus arraySetElementAt(CMPIArray* a, CMPICount index, const CMPIValue* val
     });
 }
 
-CMPIArrayFT arrayTable = {CMPIVersion200,     arrayRelease,      arrayClone,       arrayGetSize,
-                          arrayGetSimpleType, arrayGetElementAt, arraySetElementAt};
+CMPIArrayFT arrayTable = {CMPIVersion200,     CmpiCall::release<HostArray, CMPIArray>,
+                          arrayClone,         arrayGetSize,
+                          arrayGetSimpleType, arrayGetElementAt,
+                          arraySetElementAt};
 
 } // namespace
 

@@ -63,16 +63,6 @@ HostDateTime* checked(const CMPIDateTime* dt, CMPIStatus* rc) {
     return self;
 }
 
-CMPIStatus dateTimeRelease(CMPIDateTime* dt) {
-    return CmpiCall::guardStatus([&] {
-        HostDateTime* self = HostDateTime::from(dt);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->release();
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
 CMPIDateTime* dateTimeClone(const CMPIDateTime* dt, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIDateTime*>(nullptr), [&]() -> CMPIDateTime* {
         HostDateTime* self = checked(dt, rc);
@@ -101,9 +91,10 @@ CMPIBoolean dateTimeIsInterval(const CMPIDateTime* dt, CMPIStatus* rc) {
     return self && self->interval() ? 1 : 0;
 }
 
-CMPIDateTimeFT dateTimeTable = {CMPIVersion200,          dateTimeRelease,
-                                dateTimeClone,           dateTimeGetBinaryFormat,
-                                dateTimeGetStringFormat, dateTimeIsInterval};
+CMPIDateTimeFT dateTimeTable = {
+    CMPIVersion200,          CmpiCall::release<HostDateTime, CMPIDateTime>,
+    dateTimeClone,           dateTimeGetBinaryFormat,
+    dateTimeGetStringFormat, dateTimeIsInterval};
 
 } // namespace
 

@@ -16,16 +16,6 @@ HostEnumeration* checked(const CMPIEnumeration* en, CMPIStatus* rc) {
     return self;
 }
 
-CMPIStatus enumerationRelease(CMPIEnumeration* en) {
-    return CmpiCall::guardStatus([&] {
-        HostEnumeration* self = HostEnumeration::from(en);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->release();
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
 CMPIEnumeration* enumerationClone(const CMPIEnumeration* en, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIEnumeration*>(nullptr), [&]() -> CMPIEnumeration* {
         HostEnumeration* self = checked(en, rc);
@@ -72,8 +62,10 @@ CMPIArray* enumerationToArray(const CMPIEnumeration* en, CMPIStatus* rc) {
     });
 }
 
-CMPIEnumerationFT enumerationTable = {CMPIVersion200,     enumerationRelease, enumerationClone,
-                                      enumerationGetNext, enumerationHasNext, enumerationToArray};
+CMPIEnumerationFT enumerationTable = {
+    CMPIVersion200,     CmpiCall::release<HostEnumeration, CMPIEnumeration>,
+    enumerationClone,   enumerationGetNext,
+    enumerationHasNext, enumerationToArray};
 
 } // namespace
 

@@ -85,16 +85,6 @@ CMPIStatus setArray(CMPIError* er, const CMPIArray* value, bool actions) {
     });
 }
 
-CMPIStatus errorRelease(CMPIError* er) {
-    return CmpiCall::guardStatus([&] {
-        HostError* self = HostError::from(er);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->release();
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
 CMPIError* errorClone(const CMPIError* er, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIError*>(nullptr), [&]() -> CMPIError* {
         HostError* self = checked(er, rc);
@@ -212,7 +202,7 @@ CMPIStatus errorSetMessageArguments(CMPIError* er, CMPIArray* values) {
 }
 
 CMPIErrorFT errorTable = {CMPIVersion200,
-                          errorRelease,
+                          CmpiCall::release<HostError, CMPIError>,
                           errorClone,
                           errorGetErrorType,
                           errorGetOtherErrorType,

@@ -121,16 +121,6 @@ HostInstance* checked(const CMPIInstance* inst, CMPIStatus* rc) {
     return self;
 }
 
-CMPIStatus instanceRelease(CMPIInstance* inst) {
-    return CmpiCall::guardStatus([&] {
-        HostInstance* self = HostInstance::from(inst);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->release();
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
 CMPIInstance* instanceClone(const CMPIInstance* inst, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIInstance*>(nullptr), [&]() -> CMPIInstance* {
         HostInstance* self = checked(inst, rc);
@@ -253,7 +243,7 @@ CMPIStatus instanceSetPropertyWithOrigin(const CMPIInstance* inst, const char* n
 }
 
 CMPIInstanceFT instanceTable = {CMPIVersion200,
-                                instanceRelease,
+                                CmpiCall::release<HostInstance, CMPIInstance>,
                                 instanceClone,
                                 instanceGetProperty,
                                 instanceGetPropertyAt,

@@ -39,16 +39,6 @@ CMPIString* scopedString(HostObjectPath& self, const std::string& text) {
     return HostString::make(self.broker(), text.c_str(), text.size(), Placement::Scope);
 }
 
-CMPIStatus pathRelease(CMPIObjectPath* op) {
-    return CmpiCall::guardStatus([&] {
-        HostObjectPath* self = HostObjectPath::from(op);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->release();
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
 CMPIObjectPath* pathClone(const CMPIObjectPath* op, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIObjectPath*>(nullptr), [&]() -> CMPIObjectPath* {
         HostObjectPath* self = checked(op, rc);
@@ -223,7 +213,7 @@ CMPIString* pathToString(const CMPIObjectPath* op, CMPIStatus* rc) {
 }
 
 CMPIObjectPathFT pathTable = {CMPIVersion200,
-                              pathRelease,
+                              CmpiCall::release<HostObjectPath, CMPIObjectPath>,
                               pathClone,
                               pathSetNameSpace,
                               pathGetNameSpace,

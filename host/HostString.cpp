@@ -9,16 +9,6 @@ namespace NQORVA20::host {
 
 namespace {
 
-CMPIStatus stringRelease(CMPIString* s) {
-    return CmpiCall::guardStatus([&] {
-        HostString* self = HostString::from(s);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->release();
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
 CMPIString* stringClone(const CMPIString* s, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIString*>(nullptr), [&]() -> CMPIString* {
         HostString* self = HostString::from(s);
@@ -42,7 +32,8 @@ char* stringGetCharPtr(const CMPIString* s, CMPIStatus* rc) {
     return const_cast<char*>(self->text());
 }
 
-CMPIStringFT stringTable = {CMPIVersion200, stringRelease, stringClone, stringGetCharPtr};
+CMPIStringFT stringTable = {CMPIVersion200, CmpiCall::release<HostString, CMPIString>, stringClone,
+                            stringGetCharPtr};
 
 } // namespace
 
