@@ -16,13 +16,14 @@ namespace NQORVA20::host {
 namespace {
 
 constexpr std::size_t granule = 16;
-constexpr std::size_t classCount = ObjectPool::largestKept / granule;
 
 std::size_t classOf(std::size_t size) {
     return (size - 1) / granule;
 }
 
 #ifndef DIAGHOST_POOL_BYPASS
+constexpr std::size_t classCount = ObjectPool::largestKept / granule;
+
 struct FreeBlock {
     FreeBlock* next;
 };
