@@ -13,6 +13,7 @@
 #include <exception>
 #include <set>
 #include <thread>
+#include <utility>
 
 namespace NQORVA20::host {
 
@@ -731,6 +732,17 @@ OperationStatus ProviderManager::routed(const char* operation, const CMPIContext
 }
 
 template <class Call>
+OperationStatus ProviderManager::callInstanceProvider(const ProviderRegistration& reg,
+                                                      const Target& target, const CMPIContext* ctx,
+                                                      ResultSink& out, Call&& call) {
+    OperationStatus result = callProvider(reg, MiKind::Instance, target.ns, ctx, out,
+                                          [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
+                                              return call(static_cast<CMPIInstanceMI*>(mi), c, r);
+                                          });
+    return result.ok() ? done(out) : result;
+}
+
+template <class Call>
 OperationStatus ProviderManager::ownInstanceProvider(const Target& target, const char* verb,
                                                      const CMPIContext* ctx, ResultSink& out,
                                                      Call&& call) {
@@ -740,11 +752,7 @@ OperationStatus ProviderManager::ownInstanceProvider(const Target& target, const
         return OperationStatus::make(CMPI_RC_ERR_NOT_SUPPORTED, std::string("no provider ") + verb +
                                                                     " instances of " +
                                                                     target.className);
-    OperationStatus result = callProvider(*reg, MiKind::Instance, target.ns, ctx, out,
-                                          [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
-                                              return call(static_cast<CMPIInstanceMI*>(mi), c, r);
-                                          });
-    return result.ok() ? done(out) : result;
+    return callInstanceProvider(*reg, target, ctx, out, std::forward<Call>(call));
 }
 
 template <class Call>
@@ -800,12 +808,14 @@ OperationStatus ProviderManager::enumerateInstances(const CMPIContext* ctx,
 OperationStatus ProviderManager::getInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
                                              const char** properties, ResultSink& out) {
     return routed("getInstance", ctx, op, [&](const Target& target) -> OperationStatus {
-        if (!find(target.ns, target.className, ProviderRegistration::Instance)) {
+        const ProviderRegistration* reg =
+            find(target.ns, target.className, ProviderRegistration::Instance);
+        if (!reg) {
             OperationStatus result = statics_.getInstance(target.ns, target.path, out);
             return result.ok() ? done(out) : result;
         }
-        return ownInstanceProvider(
-            target, "serves", ctx, out,
+        return callInstanceProvider(
+            *reg, target, ctx, out,
             [&](CMPIInstanceMI* m, const CMPIContext* c, const CMPIResult* r) {
                 return ifServed(m->ft->getInstance, m, c, r, target.path, properties);
             });

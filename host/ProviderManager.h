@@ -133,9 +133,12 @@ private:
     template <class Body>
     OperationStatus routed(const char* operation, const CMPIContext* ctx, const CMPIObjectPath* op,
                            Body&& body);
-    // Calls `call(mi, ctx, result)` on the instance provider registered for the target's own
-    // class and closes the result; CMPI_RC_ERR_NOT_SUPPORTED ("no provider <verb> instances of
-    // <class>") when there is none.
+    // Calls `call(mi, ctx, result)` on the instance MI of a registration and closes the result.
+    template <class Call>
+    OperationStatus callInstanceProvider(const ProviderRegistration& reg, const Target& target,
+                                         const CMPIContext* ctx, ResultSink& out, Call&& call);
+    // The same for the instance provider registered for the target's own class;
+    // CMPI_RC_ERR_NOT_SUPPORTED ("no provider <verb> instances of <class>") when there is none.
     // Calls `call(mi, ctx, result, classPath)` on the instance provider of an enumeration step,
     // classPath naming the step's class in the target's namespace.
     template <class Call>
