@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <initializer_list>
 #include <vector>
 
 namespace {
@@ -84,165 +85,84 @@ TEST(CmpiLayout, BrokerAndEveryObjectAreHandleFollowedByTables) {
 #undef EXPECT_HANDLE_AND_TABLE
 }
 
+// A function table's pointer slots, written in the standard's order: each must sit 8 bytes
+// after the one before it, the first at `first`, and the table must end after the last.
+struct Slot {
+    const char* name;
+    std::size_t offset;
+};
+#define SLOT(member)                                                                               \
+    Slot {                                                                                         \
+#member, offsetof(T, member)                                                               \
+    }
+
+void expectSlots(const char* type, std::size_t size, std::size_t first,
+                 std::initializer_list<Slot> slots) {
+    std::size_t at = first;
+    for (const Slot& slot : slots) {
+        EXPECT_EQ(slot.offset, at) << type << "." << slot.name;
+        at += 8;
+    }
+    EXPECT_EQ(size, at) << "sizeof " << type;
+}
+#define EXPECT_SLOTS(type, first, ...)                                                             \
+    do {                                                                                           \
+        using T = type;                                                                            \
+        expectSlots(#type, sizeof(T), first, {__VA_ARGS__});                                       \
+    } while (0)
+
 TEST(CmpiLayout, BrokerTablesKeepTheStandardSlotOrder) {
     EXPECT_AT(CMPIBrokerFT, brokerCapabilities, 0);
     EXPECT_AT(CMPIBrokerFT, brokerVersion, 4);
     EXPECT_AT(CMPIBrokerFT, brokerName, 8);
-    EXPECT_AT(CMPIBrokerFT, prepareAttachThread, 16);
-    EXPECT_AT(CMPIBrokerFT, attachThread, 24);
-    EXPECT_AT(CMPIBrokerFT, detachThread, 32);
-    EXPECT_AT(CMPIBrokerFT, deliverIndication, 40);
-    EXPECT_AT(CMPIBrokerFT, enumerateInstanceNames, 48);
-    EXPECT_AT(CMPIBrokerFT, getInstance, 56);
-    EXPECT_AT(CMPIBrokerFT, createInstance, 64);
-    EXPECT_AT(CMPIBrokerFT, modifyInstance, 72);
-    EXPECT_AT(CMPIBrokerFT, deleteInstance, 80);
-    EXPECT_AT(CMPIBrokerFT, execQuery, 88);
-    EXPECT_AT(CMPIBrokerFT, enumerateInstances, 96);
-    EXPECT_AT(CMPIBrokerFT, associators, 104);
-    EXPECT_AT(CMPIBrokerFT, associatorNames, 112);
-    EXPECT_AT(CMPIBrokerFT, references, 120);
-    EXPECT_AT(CMPIBrokerFT, referenceNames, 128);
-    EXPECT_AT(CMPIBrokerFT, invokeMethod, 136);
-    EXPECT_AT(CMPIBrokerFT, setProperty, 144);
-    EXPECT_AT(CMPIBrokerFT, getProperty, 152);
-    EXPECT_SIZE(CMPIBrokerFT, 160);
-
+    EXPECT_SLOTS(CMPIBrokerFT, 16, SLOT(prepareAttachThread), SLOT(attachThread),
+                 SLOT(detachThread), SLOT(deliverIndication), SLOT(enumerateInstanceNames),
+                 SLOT(getInstance), SLOT(createInstance), SLOT(modifyInstance),
+                 SLOT(deleteInstance), SLOT(execQuery), SLOT(enumerateInstances), SLOT(associators),
+                 SLOT(associatorNames), SLOT(references), SLOT(referenceNames), SLOT(invokeMethod),
+                 SLOT(setProperty), SLOT(getProperty));
     EXPECT_AT(CMPIBrokerEncFT, ftVersion, 0);
-    EXPECT_AT(CMPIBrokerEncFT, newInstance, 8);
-    EXPECT_AT(CMPIBrokerEncFT, newObjectPath, 16);
-    EXPECT_AT(CMPIBrokerEncFT, newArgs, 24);
-    EXPECT_AT(CMPIBrokerEncFT, newString, 32);
-    EXPECT_AT(CMPIBrokerEncFT, newArray, 40);
-    EXPECT_AT(CMPIBrokerEncFT, newDateTime, 48);
-    EXPECT_AT(CMPIBrokerEncFT, newDateTimeFromBinary, 56);
-    EXPECT_AT(CMPIBrokerEncFT, newDateTimeFromChars, 64);
-    EXPECT_AT(CMPIBrokerEncFT, newSelectExp, 72);
-    EXPECT_AT(CMPIBrokerEncFT, classPathIsA, 80);
-    EXPECT_AT(CMPIBrokerEncFT, toString, 88);
-    EXPECT_AT(CMPIBrokerEncFT, isOfType, 96);
-    EXPECT_AT(CMPIBrokerEncFT, getType, 104);
-    EXPECT_AT(CMPIBrokerEncFT, getMessage, 112);
-    EXPECT_AT(CMPIBrokerEncFT, logMessage, 120);
-    EXPECT_AT(CMPIBrokerEncFT, trace, 128);
-    EXPECT_AT(CMPIBrokerEncFT, newCMPIError, 136);
-    EXPECT_AT(CMPIBrokerEncFT, openMessageFile, 144);
-    EXPECT_AT(CMPIBrokerEncFT, closeMessageFile, 152);
-    EXPECT_AT(CMPIBrokerEncFT, getMessage2, 160);
-    EXPECT_SIZE(CMPIBrokerEncFT, 168);
-
-    EXPECT_AT(CMPIBrokerExtFT, resolveFileName, 8);
-    EXPECT_AT(CMPIBrokerExtFT, newThread, 16);
-    EXPECT_AT(CMPIBrokerExtFT, joinThread, 24);
-    EXPECT_AT(CMPIBrokerExtFT, exitThread, 32);
-    EXPECT_AT(CMPIBrokerExtFT, cancelThread, 40);
-    EXPECT_AT(CMPIBrokerExtFT, threadSleep, 48);
-    EXPECT_AT(CMPIBrokerExtFT, threadOnce, 56);
-    EXPECT_AT(CMPIBrokerExtFT, createThreadKey, 64);
-    EXPECT_AT(CMPIBrokerExtFT, destroyThreadKey, 72);
-    EXPECT_AT(CMPIBrokerExtFT, getThreadSpecific, 80);
-    EXPECT_AT(CMPIBrokerExtFT, setThreadSpecific, 88);
-    EXPECT_AT(CMPIBrokerExtFT, newMutex, 96);
-    EXPECT_AT(CMPIBrokerExtFT, destroyMutex, 104);
-    EXPECT_AT(CMPIBrokerExtFT, lockMutex, 112);
-    EXPECT_AT(CMPIBrokerExtFT, unlockMutex, 120);
-    EXPECT_AT(CMPIBrokerExtFT, newCondition, 128);
-    EXPECT_AT(CMPIBrokerExtFT, destroyCondition, 136);
-    EXPECT_AT(CMPIBrokerExtFT, condWait, 144);
-    EXPECT_AT(CMPIBrokerExtFT, timedCondWait, 152);
-    EXPECT_AT(CMPIBrokerExtFT, signalCondition, 160);
-    EXPECT_SIZE(CMPIBrokerExtFT, 168);
-
-    EXPECT_AT(CMPIBrokerMemFT, mark, 8);
-    EXPECT_AT(CMPIBrokerMemFT, release, 16);
-    EXPECT_AT(CMPIBrokerMemFT, cmpiMalloc, 24);
-    EXPECT_AT(CMPIBrokerMemFT, cmpiCalloc, 32);
-    EXPECT_AT(CMPIBrokerMemFT, cmpiRealloc, 40);
-    EXPECT_AT(CMPIBrokerMemFT, cmpiStrDup, 48);
-    EXPECT_AT(CMPIBrokerMemFT, cmpiFree, 56);
-    EXPECT_AT(CMPIBrokerMemFT, freeInstance, 64);
-    EXPECT_AT(CMPIBrokerMemFT, freeObjectPath, 72);
-    EXPECT_AT(CMPIBrokerMemFT, freeArgs, 80);
-    EXPECT_AT(CMPIBrokerMemFT, freeString, 88);
-    EXPECT_AT(CMPIBrokerMemFT, freeArray, 96);
-    EXPECT_AT(CMPIBrokerMemFT, freeDateTime, 104);
-    EXPECT_AT(CMPIBrokerMemFT, freeSelectExp, 112);
-    EXPECT_SIZE(CMPIBrokerMemFT, 120);
+    EXPECT_SLOTS(CMPIBrokerEncFT, 8, SLOT(newInstance), SLOT(newObjectPath), SLOT(newArgs),
+                 SLOT(newString), SLOT(newArray), SLOT(newDateTime), SLOT(newDateTimeFromBinary),
+                 SLOT(newDateTimeFromChars), SLOT(newSelectExp), SLOT(classPathIsA), SLOT(toString),
+                 SLOT(isOfType), SLOT(getType), SLOT(getMessage), SLOT(logMessage), SLOT(trace),
+                 SLOT(newCMPIError), SLOT(openMessageFile), SLOT(closeMessageFile),
+                 SLOT(getMessage2));
+    EXPECT_SLOTS(CMPIBrokerExtFT, 8, SLOT(resolveFileName), SLOT(newThread), SLOT(joinThread),
+                 SLOT(exitThread), SLOT(cancelThread), SLOT(threadSleep), SLOT(threadOnce),
+                 SLOT(createThreadKey), SLOT(destroyThreadKey), SLOT(getThreadSpecific),
+                 SLOT(setThreadSpecific), SLOT(newMutex), SLOT(destroyMutex), SLOT(lockMutex),
+                 SLOT(unlockMutex), SLOT(newCondition), SLOT(destroyCondition), SLOT(condWait),
+                 SLOT(timedCondWait), SLOT(signalCondition));
+    EXPECT_SLOTS(CMPIBrokerMemFT, 8, SLOT(mark), SLOT(release), SLOT(cmpiMalloc), SLOT(cmpiCalloc),
+                 SLOT(cmpiRealloc), SLOT(cmpiStrDup), SLOT(cmpiFree), SLOT(freeInstance),
+                 SLOT(freeObjectPath), SLOT(freeArgs), SLOT(freeString), SLOT(freeArray),
+                 SLOT(freeDateTime), SLOT(freeSelectExp));
 }
 
 TEST(CmpiLayout, ObjectTablesKeepTheStandardSlotOrder) {
     // Every object table starts {ftVersion, release, clone}.
-    EXPECT_AT(CMPIInstanceFT, ftVersion, 0);
-    EXPECT_AT(CMPIInstanceFT, release, 8);
-    EXPECT_AT(CMPIInstanceFT, clone, 16);
-    EXPECT_AT(CMPIInstanceFT, getProperty, 24);
-    EXPECT_AT(CMPIInstanceFT, getPropertyAt, 32);
-    EXPECT_AT(CMPIInstanceFT, getPropertyCount, 40);
-    EXPECT_AT(CMPIInstanceFT, setProperty, 48);
-    EXPECT_AT(CMPIInstanceFT, getObjectPath, 56);
-    EXPECT_AT(CMPIInstanceFT, setPropertyFilter, 64);
-    EXPECT_AT(CMPIInstanceFT, setObjectPath, 72);
-    EXPECT_AT(CMPIInstanceFT, setPropertyWithOrigin, 80);
-    EXPECT_SIZE(CMPIInstanceFT, 88);
-
-    EXPECT_AT(CMPIObjectPathFT, release, 8);
-    EXPECT_AT(CMPIObjectPathFT, clone, 16);
-    EXPECT_AT(CMPIObjectPathFT, setNameSpace, 24);
-    EXPECT_AT(CMPIObjectPathFT, getNameSpace, 32);
-    EXPECT_AT(CMPIObjectPathFT, setHostname, 40);
-    EXPECT_AT(CMPIObjectPathFT, getHostname, 48);
-    EXPECT_AT(CMPIObjectPathFT, setClassName, 56);
-    EXPECT_AT(CMPIObjectPathFT, getClassName, 64);
-    EXPECT_AT(CMPIObjectPathFT, addKey, 72);
-    EXPECT_AT(CMPIObjectPathFT, getKey, 80);
-    EXPECT_AT(CMPIObjectPathFT, getKeyAt, 88);
-    EXPECT_AT(CMPIObjectPathFT, getKeyCount, 96);
-    EXPECT_AT(CMPIObjectPathFT, setNameSpaceFromObjectPath, 104);
-    EXPECT_AT(CMPIObjectPathFT, setHostAndNameSpaceFromObjectPath, 112);
-    EXPECT_AT(CMPIObjectPathFT, getClassQualifier, 120);
-    EXPECT_AT(CMPIObjectPathFT, getPropertyQualifier, 128);
-    EXPECT_AT(CMPIObjectPathFT, getMethodQualifier, 136);
-    EXPECT_AT(CMPIObjectPathFT, getParameterQualifier, 144);
-    EXPECT_AT(CMPIObjectPathFT, toString, 152);
-    EXPECT_SIZE(CMPIObjectPathFT, 160);
-
-    EXPECT_AT(CMPIArgsFT, addArg, 24);
-    EXPECT_AT(CMPIArgsFT, getArg, 32);
-    EXPECT_AT(CMPIArgsFT, getArgAt, 40);
-    EXPECT_AT(CMPIArgsFT, getArgCount, 48);
-    EXPECT_SIZE(CMPIArgsFT, 56);
-
-    EXPECT_AT(CMPIArrayFT, getSize, 24);
-    EXPECT_AT(CMPIArrayFT, getSimpleType, 32);
-    EXPECT_AT(CMPIArrayFT, getElementAt, 40);
-    EXPECT_AT(CMPIArrayFT, setElementAt, 48);
-    EXPECT_SIZE(CMPIArrayFT, 56);
-
-    EXPECT_AT(CMPIStringFT, getCharPtr, 24);
-    EXPECT_SIZE(CMPIStringFT, 32);
-
-    EXPECT_AT(CMPIDateTimeFT, getBinaryFormat, 24);
-    EXPECT_AT(CMPIDateTimeFT, getStringFormat, 32);
-    EXPECT_AT(CMPIDateTimeFT, isInterval, 40);
-    EXPECT_SIZE(CMPIDateTimeFT, 48);
-
-    EXPECT_AT(CMPIEnumerationFT, getNext, 24);
-    EXPECT_AT(CMPIEnumerationFT, hasNext, 32);
-    EXPECT_AT(CMPIEnumerationFT, toArray, 40);
-    EXPECT_SIZE(CMPIEnumerationFT, 48);
-
-    EXPECT_AT(CMPIResultFT, returnData, 24);
-    EXPECT_AT(CMPIResultFT, returnInstance, 32);
-    EXPECT_AT(CMPIResultFT, returnObjectPath, 40);
-    EXPECT_AT(CMPIResultFT, returnDone, 48);
-    EXPECT_AT(CMPIResultFT, returnError, 56);
-    EXPECT_SIZE(CMPIResultFT, 64);
-
-    EXPECT_AT(CMPIContextFT, getEntry, 24);
-    EXPECT_AT(CMPIContextFT, getEntryAt, 32);
-    EXPECT_AT(CMPIContextFT, getEntryCount, 40);
-    EXPECT_AT(CMPIContextFT, addEntry, 48);
-    EXPECT_SIZE(CMPIContextFT, 56);
+    EXPECT_SLOTS(CMPIInstanceFT, 0, SLOT(ftVersion), SLOT(release), SLOT(clone), SLOT(getProperty),
+                 SLOT(getPropertyAt), SLOT(getPropertyCount), SLOT(setProperty),
+                 SLOT(getObjectPath), SLOT(setPropertyFilter), SLOT(setObjectPath),
+                 SLOT(setPropertyWithOrigin));
+    EXPECT_SLOTS(CMPIObjectPathFT, 8, SLOT(release), SLOT(clone), SLOT(setNameSpace),
+                 SLOT(getNameSpace), SLOT(setHostname), SLOT(getHostname), SLOT(setClassName),
+                 SLOT(getClassName), SLOT(addKey), SLOT(getKey), SLOT(getKeyAt), SLOT(getKeyCount),
+                 SLOT(setNameSpaceFromObjectPath), SLOT(setHostAndNameSpaceFromObjectPath),
+                 SLOT(getClassQualifier), SLOT(getPropertyQualifier), SLOT(getMethodQualifier),
+                 SLOT(getParameterQualifier), SLOT(toString));
+    EXPECT_SLOTS(CMPIArgsFT, 24, SLOT(addArg), SLOT(getArg), SLOT(getArgAt), SLOT(getArgCount));
+    EXPECT_SLOTS(CMPIArrayFT, 24, SLOT(getSize), SLOT(getSimpleType), SLOT(getElementAt),
+                 SLOT(setElementAt));
+    EXPECT_SLOTS(CMPIStringFT, 24, SLOT(getCharPtr));
+    EXPECT_SLOTS(CMPIDateTimeFT, 24, SLOT(getBinaryFormat), SLOT(getStringFormat),
+                 SLOT(isInterval));
+    EXPECT_SLOTS(CMPIEnumerationFT, 24, SLOT(getNext), SLOT(hasNext), SLOT(toArray));
+    EXPECT_SLOTS(CMPIResultFT, 24, SLOT(returnData), SLOT(returnInstance), SLOT(returnObjectPath),
+                 SLOT(returnDone), SLOT(returnError));
+    EXPECT_SLOTS(CMPIContextFT, 24, SLOT(getEntry), SLOT(getEntryAt), SLOT(getEntryCount),
+                 SLOT(addEntry));
 
     EXPECT_AT(CMPIErrorFT, getErrorType, 24);
     EXPECT_AT(CMPIErrorFT, getMessage, 56);
@@ -252,67 +172,29 @@ TEST(CmpiLayout, ObjectTablesKeepTheStandardSlotOrder) {
     EXPECT_AT(CMPIErrorFT, setMessageArguments, 208);
     EXPECT_SIZE(CMPIErrorFT, 216);
 
-    EXPECT_AT(CMPISelectExpFT, evaluate, 24);
-    EXPECT_AT(CMPISelectExpFT, getString, 32);
-    EXPECT_AT(CMPISelectExpFT, getDOC, 40);
-    EXPECT_AT(CMPISelectExpFT, getCOD, 48);
-    EXPECT_AT(CMPISelectExpFT, evaluateUsingAccessor, 56);
-    EXPECT_SIZE(CMPISelectExpFT, 64);
-    EXPECT_AT(CMPISelectCondFT, getCountAndType, 24);
-    EXPECT_AT(CMPISelectCondFT, getSubCondAt, 32);
-    EXPECT_SIZE(CMPISelectCondFT, 40);
-    EXPECT_AT(CMPISubCondFT, getCount, 24);
-    EXPECT_AT(CMPISubCondFT, getPredicateAt, 32);
-    EXPECT_AT(CMPISubCondFT, getPredicate, 40);
-    EXPECT_SIZE(CMPISubCondFT, 48);
-    EXPECT_AT(CMPIPredicateFT, getData, 24);
-    EXPECT_AT(CMPIPredicateFT, evaluateUsingAccessor, 32);
-    EXPECT_SIZE(CMPIPredicateFT, 40);
+    EXPECT_SLOTS(CMPISelectExpFT, 24, SLOT(evaluate), SLOT(getString), SLOT(getDOC), SLOT(getCOD),
+                 SLOT(evaluateUsingAccessor));
+    EXPECT_SLOTS(CMPISelectCondFT, 24, SLOT(getCountAndType), SLOT(getSubCondAt));
+    EXPECT_SLOTS(CMPISubCondFT, 24, SLOT(getCount), SLOT(getPredicateAt), SLOT(getPredicate));
+    EXPECT_SLOTS(CMPIPredicateFT, 24, SLOT(getData), SLOT(evaluateUsingAccessor));
 }
 
 TEST(CmpiLayout, ProviderTablesKeepTheStandardSlotOrder) {
     // Every provider table starts {ftVersion, miVersion, miName, cleanup}.
     EXPECT_AT(CMPIInstanceMIFT, ftVersion, 0);
     EXPECT_AT(CMPIInstanceMIFT, miVersion, 4);
-    EXPECT_AT(CMPIInstanceMIFT, miName, 8);
-    EXPECT_AT(CMPIInstanceMIFT, cleanup, 16);
-    EXPECT_AT(CMPIInstanceMIFT, enumerateInstanceNames, 24);
-    EXPECT_AT(CMPIInstanceMIFT, enumerateInstances, 32);
-    EXPECT_AT(CMPIInstanceMIFT, getInstance, 40);
-    EXPECT_AT(CMPIInstanceMIFT, createInstance, 48);
-    EXPECT_AT(CMPIInstanceMIFT, modifyInstance, 56);
-    EXPECT_AT(CMPIInstanceMIFT, deleteInstance, 64);
-    EXPECT_AT(CMPIInstanceMIFT, execQuery, 72);
-    EXPECT_SIZE(CMPIInstanceMIFT, 80);
-
+    EXPECT_SLOTS(CMPIInstanceMIFT, 8, SLOT(miName), SLOT(cleanup), SLOT(enumerateInstanceNames),
+                 SLOT(enumerateInstances), SLOT(getInstance), SLOT(createInstance),
+                 SLOT(modifyInstance), SLOT(deleteInstance), SLOT(execQuery));
     EXPECT_AT(CMPIAssociationMIFT, miVersion, 4);
-    EXPECT_AT(CMPIAssociationMIFT, miName, 8);
-    EXPECT_AT(CMPIAssociationMIFT, cleanup, 16);
-    EXPECT_AT(CMPIAssociationMIFT, associators, 24);
-    EXPECT_AT(CMPIAssociationMIFT, associatorNames, 32);
-    EXPECT_AT(CMPIAssociationMIFT, references, 40);
-    EXPECT_AT(CMPIAssociationMIFT, referenceNames, 48);
-    EXPECT_SIZE(CMPIAssociationMIFT, 56);
-
-    EXPECT_AT(CMPIMethodMIFT, miName, 8);
-    EXPECT_AT(CMPIMethodMIFT, cleanup, 16);
-    EXPECT_AT(CMPIMethodMIFT, invokeMethod, 24);
-    EXPECT_SIZE(CMPIMethodMIFT, 32);
-
-    EXPECT_AT(CMPIPropertyMIFT, cleanup, 16);
-    EXPECT_AT(CMPIPropertyMIFT, setProperty, 24);
-    EXPECT_AT(CMPIPropertyMIFT, getProperty, 32);
-    EXPECT_AT(CMPIPropertyMIFT, setPropertyWithOrigin, 40);
-    EXPECT_SIZE(CMPIPropertyMIFT, 48);
-
-    EXPECT_AT(CMPIIndicationMIFT, cleanup, 16);
-    EXPECT_AT(CMPIIndicationMIFT, authorizeFilter, 24);
-    EXPECT_AT(CMPIIndicationMIFT, mustPoll, 32);
-    EXPECT_AT(CMPIIndicationMIFT, activateFilter, 40);
-    EXPECT_AT(CMPIIndicationMIFT, deActivateFilter, 48);
-    EXPECT_AT(CMPIIndicationMIFT, enableIndications, 56);
-    EXPECT_AT(CMPIIndicationMIFT, disableIndications, 64);
-    EXPECT_SIZE(CMPIIndicationMIFT, 72);
+    EXPECT_SLOTS(CMPIAssociationMIFT, 8, SLOT(miName), SLOT(cleanup), SLOT(associators),
+                 SLOT(associatorNames), SLOT(references), SLOT(referenceNames));
+    EXPECT_SLOTS(CMPIMethodMIFT, 8, SLOT(miName), SLOT(cleanup), SLOT(invokeMethod));
+    EXPECT_SLOTS(CMPIPropertyMIFT, 16, SLOT(cleanup), SLOT(setProperty), SLOT(getProperty),
+                 SLOT(setPropertyWithOrigin));
+    EXPECT_SLOTS(CMPIIndicationMIFT, 16, SLOT(cleanup), SLOT(authorizeFilter), SLOT(mustPoll),
+                 SLOT(activateFilter), SLOT(deActivateFilter), SLOT(enableIndications),
+                 SLOT(disableIndications));
 }
 
 TEST(CmpiLayout, CAndCxxCompilersAgreeOnOffsetsAndSizes) {
@@ -327,146 +209,84 @@ TEST(CmpiLayout, CAndCxxCompilersAgreeOnOffsetsAndSizes) {
     EXPECT_EQ(fromC, fromCxx);
 }
 
+// Constants and their standard values, written out here; a differing one fails by name.
+struct Code {
+    const char* name;
+    long long value;
+    long long expected;
+};
+#define CODE(name, expected)                                                                       \
+    Code {                                                                                         \
+#name, static_cast < long long>(name), expected                                            \
+    }
+
+template <class... Codes>
+void expectCodes(const Codes&... codes) {
+    for (const Code& code : {codes...})
+        EXPECT_EQ(code.value, code.expected) << code.name;
+}
+
 TEST(CmpiValues, TypeCodesHaveTheStandardValues) {
-    EXPECT_EQ(CMPI_null, 0);
-    EXPECT_EQ(CMPI_SIMPLE, 2);
-    EXPECT_EQ(CMPI_boolean, 2);
-    EXPECT_EQ(CMPI_char16, 3);
-    EXPECT_EQ(CMPI_REAL, 8);
-    EXPECT_EQ(CMPI_real32, 8);
-    EXPECT_EQ(CMPI_real64, 12);
-    EXPECT_EQ(CMPI_UINT, 128);
-    EXPECT_EQ(CMPI_uint8, 128);
-    EXPECT_EQ(CMPI_uint16, 144);
-    EXPECT_EQ(CMPI_uint32, 160);
-    EXPECT_EQ(CMPI_uint64, 176);
-    EXPECT_EQ(CMPI_SINT, 192);
-    EXPECT_EQ(CMPI_sint8, 192);
-    EXPECT_EQ(CMPI_sint16, 208);
-    EXPECT_EQ(CMPI_sint32, 224);
-    EXPECT_EQ(CMPI_sint64, 240);
-    EXPECT_EQ(CMPI_INTEGER, 192);
-    EXPECT_EQ(CMPI_ENC, 0x1000);
-    EXPECT_EQ(CMPI_instance, 0x1000);
-    EXPECT_EQ(CMPI_ref, 0x1100);
-    EXPECT_EQ(CMPI_args, 0x1200);
-    EXPECT_EQ(CMPI_class, 0x1300);
-    EXPECT_EQ(CMPI_filter, 0x1400);
-    EXPECT_EQ(CMPI_enumeration, 0x1500);
-    EXPECT_EQ(CMPI_string, 0x1600);
-    EXPECT_EQ(CMPI_chars, 0x1700);
-    EXPECT_EQ(CMPI_dateTime, 0x1800);
-    EXPECT_EQ(CMPI_ptr, 0x1900);
-    EXPECT_EQ(CMPI_charsptr, 0x1a00);
-
-    EXPECT_EQ(CMPI_ARRAY, 0x2000);
-    EXPECT_EQ(CMPI_SIMPLEA, 0x2002);
-    EXPECT_EQ(CMPI_booleanA, 0x2002);
-    EXPECT_EQ(CMPI_char16A, 0x2003);
-    EXPECT_EQ(CMPI_REALA, 0x2008);
-    EXPECT_EQ(CMPI_real32A, 0x2008);
-    EXPECT_EQ(CMPI_real64A, 0x200c);
-    EXPECT_EQ(CMPI_UINTA, 0x2080);
-    EXPECT_EQ(CMPI_uint8A, 0x2080);
-    EXPECT_EQ(CMPI_uint16A, 0x2090);
-    EXPECT_EQ(CMPI_uint32A, 0x20a0);
-    EXPECT_EQ(CMPI_uint64A, 0x20b0);
-    EXPECT_EQ(CMPI_SINTA, 0x20c0);
-    EXPECT_EQ(CMPI_sint8A, 0x20c0);
-    EXPECT_EQ(CMPI_sint16A, 0x20d0);
-    EXPECT_EQ(CMPI_sint32A, 0x20e0);
-    EXPECT_EQ(CMPI_sint64A, 0x20f0);
-    EXPECT_EQ(CMPI_INTEGERA, 0x20c0);
-    EXPECT_EQ(CMPI_ENCA, 0x3000);
-    EXPECT_EQ(CMPI_instanceA, 0x3000);
-    EXPECT_EQ(CMPI_refA, 0x3100);
-    EXPECT_EQ(CMPI_stringA, 0x3600);
-    EXPECT_EQ(CMPI_charsA, 0x3700);
-    EXPECT_EQ(CMPI_dateTimeA, 0x3800);
-    EXPECT_EQ(CMPI_charsptrA, 0x3a00);
-
-    EXPECT_EQ(CMPI_keyInteger, CMPI_sint64);
-    EXPECT_EQ(CMPI_keyString, CMPI_string);
-    EXPECT_EQ(CMPI_keyBoolean, CMPI_boolean);
-    EXPECT_EQ(CMPI_keyRef, CMPI_ref);
-
-    EXPECT_EQ(CMPI_charString, 0x1600);
-    EXPECT_EQ(CMPI_integerString, 0x16f0);
-    EXPECT_EQ(CMPI_realString, 0x160c);
-    EXPECT_EQ(CMPI_numericString, 0x16fc);
-    EXPECT_EQ(CMPI_booleanString, 0x1602);
-    EXPECT_EQ(CMPI_dateTimeString, 0x1e00);
-    EXPECT_EQ(CMPI_classNameString, 0x1700);
-    EXPECT_EQ(CMPI_nameString, 0x1e00);
+    expectCodes(CODE(CMPI_null, 0), CODE(CMPI_SIMPLE, 2), CODE(CMPI_boolean, 2),
+                CODE(CMPI_char16, 3), CODE(CMPI_REAL, 8), CODE(CMPI_real32, 8),
+                CODE(CMPI_real64, 12), CODE(CMPI_UINT, 128), CODE(CMPI_uint8, 128),
+                CODE(CMPI_uint16, 144), CODE(CMPI_uint32, 160), CODE(CMPI_uint64, 176),
+                CODE(CMPI_SINT, 192), CODE(CMPI_sint8, 192), CODE(CMPI_sint16, 208),
+                CODE(CMPI_sint32, 224), CODE(CMPI_sint64, 240), CODE(CMPI_INTEGER, 192),
+                CODE(CMPI_ENC, 0x1000), CODE(CMPI_instance, 0x1000), CODE(CMPI_ref, 0x1100),
+                CODE(CMPI_args, 0x1200), CODE(CMPI_class, 0x1300), CODE(CMPI_filter, 0x1400),
+                CODE(CMPI_enumeration, 0x1500), CODE(CMPI_string, 0x1600), CODE(CMPI_chars, 0x1700),
+                CODE(CMPI_dateTime, 0x1800), CODE(CMPI_ptr, 0x1900), CODE(CMPI_charsptr, 0x1a00),
+                CODE(CMPI_ARRAY, 0x2000), CODE(CMPI_SIMPLEA, 0x2002), CODE(CMPI_booleanA, 0x2002),
+                CODE(CMPI_char16A, 0x2003), CODE(CMPI_REALA, 0x2008), CODE(CMPI_real32A, 0x2008),
+                CODE(CMPI_real64A, 0x200c), CODE(CMPI_UINTA, 0x2080), CODE(CMPI_uint8A, 0x2080),
+                CODE(CMPI_uint16A, 0x2090), CODE(CMPI_uint32A, 0x20a0), CODE(CMPI_uint64A, 0x20b0),
+                CODE(CMPI_SINTA, 0x20c0), CODE(CMPI_sint8A, 0x20c0), CODE(CMPI_sint16A, 0x20d0),
+                CODE(CMPI_sint32A, 0x20e0), CODE(CMPI_sint64A, 0x20f0), CODE(CMPI_INTEGERA, 0x20c0),
+                CODE(CMPI_ENCA, 0x3000), CODE(CMPI_instanceA, 0x3000), CODE(CMPI_refA, 0x3100),
+                CODE(CMPI_stringA, 0x3600), CODE(CMPI_charsA, 0x3700), CODE(CMPI_dateTimeA, 0x3800),
+                CODE(CMPI_charsptrA, 0x3a00), CODE(CMPI_keyInteger, CMPI_sint64),
+                CODE(CMPI_keyString, CMPI_string), CODE(CMPI_keyBoolean, CMPI_boolean),
+                CODE(CMPI_keyRef, CMPI_ref), CODE(CMPI_charString, 0x1600),
+                CODE(CMPI_integerString, 0x16f0), CODE(CMPI_realString, 0x160c),
+                CODE(CMPI_numericString, 0x16fc), CODE(CMPI_booleanString, 0x1602),
+                CODE(CMPI_dateTimeString, 0x1e00), CODE(CMPI_classNameString, 0x1700),
+                CODE(CMPI_nameString, 0x1e00));
 }
 
 TEST(CmpiValues, ReturnCodesHaveTheStandardValues) {
-    EXPECT_EQ(CMPI_RC_OK, 0);
-    EXPECT_EQ(CMPI_RC_ERR_FAILED, 1);
-    EXPECT_EQ(CMPI_RC_ERR_ACCESS_DENIED, 2);
-    EXPECT_EQ(CMPI_RC_ERR_INVALID_NAMESPACE, 3);
-    EXPECT_EQ(CMPI_RC_ERR_INVALID_PARAMETER, 4);
-    EXPECT_EQ(CMPI_RC_ERR_INVALID_CLASS, 5);
-    EXPECT_EQ(CMPI_RC_ERR_NOT_FOUND, 6);
-    EXPECT_EQ(CMPI_RC_ERR_NOT_SUPPORTED, 7);
-    EXPECT_EQ(CMPI_RC_ERR_CLASS_HAS_CHILDREN, 8);
-    EXPECT_EQ(CMPI_RC_ERR_CLASS_HAS_INSTANCES, 9);
-    EXPECT_EQ(CMPI_RC_ERR_INVALID_SUPERCLASS, 10);
-    EXPECT_EQ(CMPI_RC_ERR_ALREADY_EXISTS, 11);
-    EXPECT_EQ(CMPI_RC_ERR_NO_SUCH_PROPERTY, 12);
-    EXPECT_EQ(CMPI_RC_ERR_TYPE_MISMATCH, 13);
-    EXPECT_EQ(CMPI_RC_ERR_QUERY_LANGUAGE_NOT_SUPPORTED, 14);
-    EXPECT_EQ(CMPI_RC_ERR_INVALID_QUERY, 15);
-    EXPECT_EQ(CMPI_RC_ERR_METHOD_NOT_AVAILABLE, 16);
-    EXPECT_EQ(CMPI_RC_ERR_METHOD_NOT_FOUND, 17);
-    EXPECT_EQ(CMPI_RC_DO_NOT_UNLOAD, 50);
-    EXPECT_EQ(CMPI_RC_NEVER_UNLOAD, 51);
-    EXPECT_EQ(CMPI_RC_ERR_INVALID_HANDLE, 60);
-    EXPECT_EQ(CMPI_RC_ERR_INVALID_DATA_TYPE, 61);
-    EXPECT_EQ(CMPI_RC_ERROR_SYSTEM, 100);
-    EXPECT_EQ(CMPI_RC_ERROR, 200);
+    expectCodes(CODE(CMPI_RC_OK, 0), CODE(CMPI_RC_ERR_FAILED, 1),
+                CODE(CMPI_RC_ERR_ACCESS_DENIED, 2), CODE(CMPI_RC_ERR_INVALID_NAMESPACE, 3),
+                CODE(CMPI_RC_ERR_INVALID_PARAMETER, 4), CODE(CMPI_RC_ERR_INVALID_CLASS, 5),
+                CODE(CMPI_RC_ERR_NOT_FOUND, 6), CODE(CMPI_RC_ERR_NOT_SUPPORTED, 7),
+                CODE(CMPI_RC_ERR_CLASS_HAS_CHILDREN, 8), CODE(CMPI_RC_ERR_CLASS_HAS_INSTANCES, 9),
+                CODE(CMPI_RC_ERR_INVALID_SUPERCLASS, 10), CODE(CMPI_RC_ERR_ALREADY_EXISTS, 11),
+                CODE(CMPI_RC_ERR_NO_SUCH_PROPERTY, 12), CODE(CMPI_RC_ERR_TYPE_MISMATCH, 13),
+                CODE(CMPI_RC_ERR_QUERY_LANGUAGE_NOT_SUPPORTED, 14),
+                CODE(CMPI_RC_ERR_INVALID_QUERY, 15), CODE(CMPI_RC_ERR_METHOD_NOT_AVAILABLE, 16),
+                CODE(CMPI_RC_ERR_METHOD_NOT_FOUND, 17), CODE(CMPI_RC_DO_NOT_UNLOAD, 50),
+                CODE(CMPI_RC_NEVER_UNLOAD, 51), CODE(CMPI_RC_ERR_INVALID_HANDLE, 60),
+                CODE(CMPI_RC_ERR_INVALID_DATA_TYPE, 61), CODE(CMPI_RC_ERROR_SYSTEM, 100),
+                CODE(CMPI_RC_ERROR, 200));
 }
 
 TEST(CmpiValues, StatesFlagsCapabilitiesAndEnumerationsHaveTheStandardValues) {
-    EXPECT_EQ(CMPI_goodValue, 0);
-    EXPECT_EQ(CMPI_nullValue, 0x100);
-    EXPECT_EQ(CMPI_keyValue, 0x200);
-    EXPECT_EQ(CMPI_notFound, 0x400);
-    EXPECT_EQ(CMPI_badValue, 0x8000);
-
-    EXPECT_EQ(CMPI_FLAG_LocalOnly, 1);
-    EXPECT_EQ(CMPI_FLAG_DeepInheritance, 2);
-    EXPECT_EQ(CMPI_FLAG_IncludeQualifiers, 4);
-    EXPECT_EQ(CMPI_FLAG_IncludeClassOrigin, 8);
-
-    EXPECT_EQ(CMPI_MB_BasicRead, 0x1);
-    EXPECT_EQ(CMPI_MB_BasicWrite, 0x3);
-    EXPECT_EQ(CMPI_MB_InstanceManipulation, 0x7);
-    EXPECT_EQ(CMPI_MB_AssociationTraversal, 0x9);
-    EXPECT_EQ(CMPI_MB_QueryExecution, 0x11);
-    EXPECT_EQ(CMPI_MB_QueryNormalization, 0x31);
-    EXPECT_EQ(CMPI_MB_BasicQualifierSupport, 0x47);
-    EXPECT_EQ(CMPI_MB_Indications, 0x81);
-    EXPECT_EQ(CMPI_MB_OSEncapsulationSupport, 0x100);
-    EXPECT_EQ(CMPI_MB_Supports_MemEnhancements, 0x4000);
-    EXPECT_EQ(CMPI_MB_Supports_Extended_Error, 0x8000);
-
-    EXPECT_EQ(CMPIVersion100, 100);
-    EXPECT_EQ(CMPIVersion200, 200);
-    EXPECT_EQ(CMPICurrentVersion, 200);
-
-    EXPECT_EQ(CMPI_PredOp_Equals, 1);
-    EXPECT_EQ(CMPI_PredOp_NotLike, 10);
-    EXPECT_EQ(CMPI_PredOp_Or, 14);
-    EXPECT_EQ(CMPI_SEV_ERROR, 1);
-    EXPECT_EQ(CMPI_DEV_DEBUG, 4);
-    EXPECT_EQ(CMPI_LEV_VERBOSE, 3);
-    EXPECT_EQ(UnsupportedOperationError, 10);
-    EXPECT_EQ(ErrorSevLow, 2);
-    EXPECT_EQ(ErrorSevFatal, 5);
-    EXPECT_EQ(Leak_Detected, 113);
-    EXPECT_EQ(Unexpected_Information, 130);
-    EXPECT_EQ(CIMObjectHandle, 2);
+    expectCodes(
+        CODE(CMPI_goodValue, 0), CODE(CMPI_nullValue, 0x100), CODE(CMPI_keyValue, 0x200),
+        CODE(CMPI_notFound, 0x400), CODE(CMPI_badValue, 0x8000), CODE(CMPI_FLAG_LocalOnly, 1),
+        CODE(CMPI_FLAG_DeepInheritance, 2), CODE(CMPI_FLAG_IncludeQualifiers, 4),
+        CODE(CMPI_FLAG_IncludeClassOrigin, 8), CODE(CMPI_MB_BasicRead, 0x1),
+        CODE(CMPI_MB_BasicWrite, 0x3), CODE(CMPI_MB_InstanceManipulation, 0x7),
+        CODE(CMPI_MB_AssociationTraversal, 0x9), CODE(CMPI_MB_QueryExecution, 0x11),
+        CODE(CMPI_MB_QueryNormalization, 0x31), CODE(CMPI_MB_BasicQualifierSupport, 0x47),
+        CODE(CMPI_MB_Indications, 0x81), CODE(CMPI_MB_OSEncapsulationSupport, 0x100),
+        CODE(CMPI_MB_Supports_MemEnhancements, 0x4000),
+        CODE(CMPI_MB_Supports_Extended_Error, 0x8000), CODE(CMPIVersion100, 100),
+        CODE(CMPIVersion200, 200), CODE(CMPICurrentVersion, 200), CODE(CMPI_PredOp_Equals, 1),
+        CODE(CMPI_PredOp_NotLike, 10), CODE(CMPI_PredOp_Or, 14), CODE(CMPI_SEV_ERROR, 1),
+        CODE(CMPI_DEV_DEBUG, 4), CODE(CMPI_LEV_VERBOSE, 3), CODE(UnsupportedOperationError, 10),
+        CODE(ErrorSevLow, 2), CODE(ErrorSevFatal, 5), CODE(Leak_Detected, 113),
+        CODE(Unexpected_Information, 130), CODE(CIMObjectHandle, 2));
 }
 
 } // namespace
