@@ -3,6 +3,8 @@
 // Test_AssocProvider serves the Test_Assoc links between them. Written against the CMPI headers
 // only, as any provider library is. Exported counters and a request log let tests see what the
 // host asked for.
+#include "ReadOnlyInstances.h"
+
 #include <cmpidt.h>
 #include <cmpift.h>
 #include <cmpimacs.h>
@@ -401,25 +403,7 @@ CMPIStatus AssocGetInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResul
     CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
 }
 
-CMPIStatus AssocCreateInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                               const CMPIObjectPath*, const CMPIInstance*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus AssocModifyInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                               const CMPIObjectPath*, const CMPIInstance*, const char**) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus AssocDeleteInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                               const CMPIObjectPath*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus AssocExecQuery(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                          const CMPIObjectPath*, const char*, const char*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
+READ_ONLY_INSTANCES(Assoc)
 
 CMPIStatus AssocAssociationCleanup(CMPIAssociationMI*, const CMPIContext*,
                                    CMPIBoolean terminating) {

@@ -1,6 +1,8 @@
 // A provider with one instance of its class whose idle cleanup answers a fixed code, built once
 // per answer (CMPI_RC_NEVER_UNLOAD, CMPI_RC_DO_NOT_UNLOAD) under its own provider name. The
 // exported counters tell tests how often each kind of cleanup ran.
+#include "ReadOnlyInstances.h"
+
 #include <cmpidt.h>
 #include <cmpift.h>
 #include <cmpimacs.h>
@@ -63,25 +65,7 @@ CMPIStatus LifecycleGetInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIR
     CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
 }
 
-CMPIStatus LifecycleCreateInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                                   const CMPIObjectPath*, const CMPIInstance*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus LifecycleModifyInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                                   const CMPIObjectPath*, const CMPIInstance*, const char**) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus LifecycleDeleteInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                                   const CMPIObjectPath*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus LifecycleExecQuery(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                              const CMPIObjectPath*, const char*, const char*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
+READ_ONLY_INSTANCES(Lifecycle)
 
 } // namespace
 

@@ -1,6 +1,8 @@
 // Test_MirrorProvider: serves one Test_Mirror per Test_Element instance, found through the
 // broker's upcalls (enumerateInstances and getInstance of Test_Element), so the instances come
 // from another provider library through the host's routing. Errors of the upcall are passed on.
+#include "ReadOnlyInstances.h"
+
 #include <cmpidt.h>
 #include <cmpift.h>
 #include <cmpimacs.h>
@@ -81,25 +83,7 @@ CMPIStatus MirrorGetInstance(CMPIInstanceMI*, const CMPIContext* ctx, const CMPI
     CMReturn(CMPI_RC_OK);
 }
 
-CMPIStatus MirrorCreateInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                                const CMPIObjectPath*, const CMPIInstance*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus MirrorModifyInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                                const CMPIObjectPath*, const CMPIInstance*, const char**) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus MirrorDeleteInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                                const CMPIObjectPath*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
-
-CMPIStatus MirrorExecQuery(CMPIInstanceMI*, const CMPIContext*, const CMPIResult*,
-                           const CMPIObjectPath*, const char*, const char*) {
-    CMReturn(CMPI_RC_ERR_NOT_SUPPORTED);
-}
+READ_ONLY_INSTANCES(Mirror)
 
 } // namespace
 
