@@ -28,15 +28,6 @@ protected:
     FakeSystem& fake = FakeSystem::instance();
 };
 
-#define EXPECT_RECORD(outcome, expectedReturn, expectedCode)                                       \
-    do {                                                                                           \
-        ASSERT_TRUE((outcome).ok) << (outcome).status;                                             \
-        EXPECT_EQ(expectedReturn, (outcome).returnValue);                                          \
-        ASSERT_TRUE((outcome).record) << "no record was published";                                \
-        EXPECT_EQ(expectedCode, (*(outcome).record)["ErrorCode"])                                  \
-            << (*(outcome).record)["RecordData"];                                                  \
-    } while (false)
-
 TEST_F(NetworkDiagnosticsTest, LinkPassesWhenUpWithCarrierAndOnAnUnknownLoopback) {
     auto eth0 = link("eth0");
     EXPECT_RECORD(eth0, 0u, "");

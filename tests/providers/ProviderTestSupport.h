@@ -95,6 +95,15 @@ struct RunOutcome {
 RunOutcome runDiagnostic(Host& host, const std::string& serviceClass,
                          const std::string& serviceName, const std::string& elementPath,
                          const std::string& recordClass);
+// The run was carried out with that return value and published a record with that ErrorCode.
+#define EXPECT_RECORD(outcome, expectedReturn, expectedCode)                                       \
+    do {                                                                                           \
+        ASSERT_TRUE((outcome).ok) << (outcome).status;                                             \
+        EXPECT_EQ(expectedReturn, (outcome).returnValue);                                          \
+        ASSERT_TRUE((outcome).record) << "no record was published";                                \
+        EXPECT_EQ(expectedCode, (*(outcome).record)["ErrorCode"])                                  \
+            << (*(outcome).record)["RecordData"];                                                  \
+    } while (false)
 
 // Under AddressSanitizer: runs the leak check now, while the registry that keeps every published
 // instance for the life of the process still holds them, and turns off the check at exit (which
