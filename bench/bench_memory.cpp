@@ -1,10 +1,12 @@
 // Heap kept per registered record and per association at 10^5 of each: the allocator's count of
 // bytes in use (glibc mallinfo2, every allocation of the process, malloc and operator new alike)
-// before and after, once the calls' transient objects are gone. Reported as counters; the time
+// plus every chunk of the broker's scope memory still in use, counted whole, before and after,
+// once the calls' transient objects are gone. Reported as counters; the time
 // figures of these runs are the set-up's and mean nothing.
 #include "BenchSupport.h"
 
 #include "factory/AvailServiceFactory.h"
+#include "host/ScopeMemory.h"
 
 #include <malloc.h>
 
@@ -16,7 +18,8 @@ constexpr std::size_t population = 100000;
 
 std::size_t heapInUse() {
     const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
+    return info.uordblks + info.hblkhd +
+           NQORVA20::host::ScopeMemory::chunksInUse() * NQORVA20::host::ScopeMemory::chunkSize;
 }
 
 double perItem(std::size_t before, std::size_t after) {

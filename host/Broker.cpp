@@ -134,7 +134,7 @@ CMPIContext* prepareAttachThread(const CMPIBroker* mb, const CMPIContext* ctx) {
         HostContext* from = HostContext::from(ctx);
         if (!b || !from)
             return nullptr;
-        std::unique_ptr<HostContext> copy(static_cast<HostContext*>(from->copy()));
+        std::unique_ptr<HostContext> copy(CmpiCall::durableCopy(*from));
         copy->setForAttachedThread();
         // The broker keeps it until the thread detaches, or until the broker goes.
         b->ownArena().adopt(copy.get());

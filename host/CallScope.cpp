@@ -3,6 +3,7 @@
 #include "host/Broker.h"
 #include "host/CallArena.h"
 #include "host/HostObject.h"
+#include "host/ScopeMemory.h"
 
 namespace NQORVA20::host {
 
@@ -13,6 +14,7 @@ thread_local CallArena* tInnermost = nullptr;
 CallScope::CallScope(Broker& broker)
     : broker_(broker), arena_(new CallArena(broker_, false, tInnermost)) {
     tInnermost = arena_;
+    ScopeMemory::scopeOpened();
 }
 
 CallScope::~CallScope() {
@@ -28,6 +30,7 @@ CallScope::~CallScope() {
         }
     }
     delete arena_;
+    ScopeMemory::scopeClosed();
 }
 
 std::size_t CallScope::ownedCount() const {

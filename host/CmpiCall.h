@@ -4,6 +4,8 @@
 #ifndef DIAGCORE_HOST_CMPICALL_H
 #define DIAGCORE_HOST_CMPICALL_H
 
+#include "host/ScopeMemory.h"
+
 #include <cmpidt.h>
 
 #include <cxxabi.h>
@@ -63,6 +65,14 @@ public:
         } catch (...) {
             return failure();
         }
+    }
+
+    // What the clone function of every broker-made object hands out: a deep copy owned by the
+    // caller, made from the C library's memory since it may outlive every call scope.
+    template <class Owner>
+    static Owner* durableCopy(const Owner& self) {
+        ScopeMemory::Durable durable;
+        return static_cast<Owner*>(self.copy());
     }
 
     // The release function of every broker-made object: Owner::from finds the host object behind

@@ -18,7 +18,7 @@ HostArray* checked(const CMPIArray* a, CMPIStatus* rc) {
 CMPIArray* arrayClone(const CMPIArray* a, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIArray*>(nullptr), [&]() -> CMPIArray* {
         HostArray* self = checked(a, rc);
-        return self ? static_cast<HostArray*>(self->copy())->cmpi() : nullptr;
+        return self ? CmpiCall::durableCopy(*self)->cmpi() : nullptr;
     });
 }
 
@@ -98,6 +98,7 @@ CMPIrc HostArray::set(CMPICount index, const CMPIValue* value, CMPIType type) {
     if (DataCopy::storedType(type) != elementType_)
         return CMPI_RC_ERR_TYPE_MISMATCH;
     CMPIData copy{};
+    ScopeMemory::PartsOf parts(this);
     CMPIrc rc = DataCopy::copy(broker(), value, type, Placement::Parent, copy);
     if (rc != CMPI_RC_OK)
         return rc;

@@ -66,7 +66,7 @@ HostDateTime* checked(const CMPIDateTime* dt, CMPIStatus* rc) {
 CMPIDateTime* dateTimeClone(const CMPIDateTime* dt, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIDateTime*>(nullptr), [&]() -> CMPIDateTime* {
         HostDateTime* self = checked(dt, rc);
-        return self ? static_cast<HostDateTime*>(self->copy())->cmpi() : nullptr;
+        return self ? CmpiCall::durableCopy(*self)->cmpi() : nullptr;
     });
 }
 

@@ -19,7 +19,7 @@ HostEnumeration* checked(const CMPIEnumeration* en, CMPIStatus* rc) {
 CMPIEnumeration* enumerationClone(const CMPIEnumeration* en, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIEnumeration*>(nullptr), [&]() -> CMPIEnumeration* {
         HostEnumeration* self = checked(en, rc);
-        return self ? static_cast<HostEnumeration*>(self->copy())->cmpi() : nullptr;
+        return self ? CmpiCall::durableCopy(*self)->cmpi() : nullptr;
     });
 }
 

@@ -88,7 +88,7 @@ CMPIStatus setArray(CMPIError* er, const CMPIArray* value, bool actions) {
 CMPIError* errorClone(const CMPIError* er, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIError*>(nullptr), [&]() -> CMPIError* {
         HostError* self = checked(er, rc);
-        return self ? static_cast<HostError*>(self->copy())->cmpi() : nullptr;
+        return self ? CmpiCall::durableCopy(*self)->cmpi() : nullptr;
     });
 }
 

@@ -126,7 +126,7 @@ CMPIInstance* instanceClone(const CMPIInstance* inst, CMPIStatus* rc) {
         HostInstance* self = checked(inst, rc);
         if (!self || self->broker().injectFault(FaultInjector::Function::Clone, rc))
             return nullptr;
-        return static_cast<HostInstance*>(self->copy())->cmpi();
+        return CmpiCall::durableCopy(*self)->cmpi();
     });
 }
 
@@ -274,11 +274,12 @@ HostInstance::~HostInstance() {
 
 HostInstance* HostInstance::create(Broker& broker, const CimClass& cls, std::string ns,
                                    std::string host) {
-    void* block = ::operator new(valuesOffset() + cls.properties.size() * sizeof(CMPIData));
+    void* block =
+        ObjectPool::allocateBlock(valuesOffset() + cls.properties.size() * sizeof(CMPIData));
     try {
         return new (block) HostInstance(broker, cls, std::move(ns), std::move(host));
     } catch (...) {
-        ::operator delete(block);
+        ObjectPool::deallocateBlock(block);
         throw;
     }
 }
@@ -325,6 +326,7 @@ CMPIrc HostInstance::set(std::size_t index, const CMPIValue* value, CMPIType typ
             return CMPI_RC_ERR_TYPE_MISMATCH;
     }
     CMPIData copy{};
+    ScopeMemory::PartsOf parts(this);
     CMPIrc rc = DataCopy::copy(broker(), value, type, Placement::Parent, copy);
     if (rc != CMPI_RC_OK)
         return rc;
@@ -395,6 +397,7 @@ HostObjectPath* HostInstance::makePath() const {
     std::shared_ptr<HostObjectPath::KeySet> keys = std::atomic_load(&pathKeys_);
     const bool made = keys != nullptr;
     if (!keys || keys == onePathMade()) {
+        ScopeMemory::PartsOf parts(this);
         keys = std::make_shared<HostObjectPath::KeySet>();
         const auto& props = class_->properties;
         for (std::size_t i = 0; i < count_; ++i) {

@@ -63,9 +63,9 @@ public:
     void* cmpiObject() override { return &cmpi_; }
     ~HostInstance() override;
 
-    // An instance and its values are one block of the C library's memory, values behind the
+    // An instance and its values are one block of the broker's memory, values behind the
     // object: reading a value costs no second pointer to follow.
-    static void operator delete(void* block) { ::operator delete(block); }
+    static void operator delete(void* block) { ObjectPool::deallocateBlock(block); }
 
 private:
     HostInstance(Broker& broker, const CimClass& cls, std::string ns, std::string host);

@@ -42,7 +42,7 @@ CMPIString* scopedString(HostObjectPath& self, const std::string& text) {
 CMPIObjectPath* pathClone(const CMPIObjectPath* op, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIObjectPath*>(nullptr), [&]() -> CMPIObjectPath* {
         HostObjectPath* self = checked(op, rc);
-        return self ? static_cast<HostObjectPath*>(self->copy())->cmpi() : nullptr;
+        return self ? CmpiCall::durableCopy(*self)->cmpi() : nullptr;
     });
 }
 
@@ -283,6 +283,7 @@ std::vector<HostObjectPath::Key>& HostObjectPath::ownKeys() {
     if (!keys_) {
         keys_ = std::make_shared<KeySet>();
     } else if (keys_.use_count() > 1) {
+        ScopeMemory::PartsOf parts(this);
         auto own = std::make_shared<KeySet>();
         own->keys.reserve(keys_->keys.size());
         for (const Key& k : keys_->keys) {
@@ -328,6 +329,7 @@ void HostObjectPath::setClassNameBorrowed(const char* name) {
 }
 
 CMPIrc HostObjectPath::addKey(const char* name, const CMPIValue* value, CMPIType type) {
+    ScopeMemory::PartsOf parts(this);
     CMPIData copy{};
     CMPIrc rc = DataCopy::copy(broker(), value, type, Placement::Parent, copy);
     if (rc != CMPI_RC_OK)

@@ -17,8 +17,7 @@ CMPIString* stringClone(const CMPIString* s, CMPIStatus* rc) {
             return nullptr;
         }
         CmpiCall::set(rc, CMPI_RC_OK);
-        return HostString::make(self->broker(), self->text(), self->length(),
-                                HostObject::Placement::Nobody);
+        return CmpiCall::durableCopy(*self)->cmpi();
     });
 }
 
@@ -42,7 +41,7 @@ HostString::HostString(Broker& broker, char* text, std::size_t length)
 
 HostString* HostString::create(Broker& broker, const char* text, std::size_t length) {
     std::size_t extra = text ? length + 1 : 0;
-    void* raw = ::operator new(sizeof(HostString) + extra);
+    void* raw = ObjectPool::allocateBlock(sizeof(HostString) + extra);
     char* chars = nullptr;
     if (text) {
         chars = static_cast<char*>(raw) + sizeof(HostString);

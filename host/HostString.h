@@ -32,7 +32,7 @@ public:
     HostObject* copy() const override;
     void* cmpiObject() override { return &face_.s; }
 
-    static void operator delete(void* p) { ::operator delete(p); }
+    static void operator delete(void* p) { ObjectPool::deallocateBlock(p); }
 
 private:
     struct Face {

@@ -23,7 +23,7 @@ struct NamedValueCalls {
     static Cmpi* clone(const Cmpi* object, CMPIStatus* rc) {
         return CmpiCall::guard(rc, static_cast<Cmpi*>(nullptr), [&]() -> Cmpi* {
             Owner* self = checked(object, rc);
-            return self ? static_cast<Owner*>(self->copy())->cmpi() : nullptr;
+            return self ? CmpiCall::durableCopy(*self)->cmpi() : nullptr;
         });
     }
 

@@ -2,6 +2,7 @@
 
 #include "host/CimNames.h"
 #include "host/DataCopy.h"
+#include "host/ScopeMemory.h"
 
 namespace NQORVA20::host {
 
@@ -11,6 +12,7 @@ NamedValues::~NamedValues() {
 }
 
 CMPIrc NamedValues::add(Broker& broker, const char* name, const CMPIValue* value, CMPIType type) {
+    ScopeMemory::PartsOf parts(this);
     CMPIData copy{};
     CMPIrc rc = DataCopy::copy(broker, value, type, HostObject::Placement::Parent, copy);
     if (rc != CMPI_RC_OK)

@@ -1,5 +1,7 @@
 #include "host/ObjectPool.h"
 
+#include "host/ScopeMemory.h"
+
 #include <new>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -54,6 +56,8 @@ ThreadCache::~ThreadCache() {
 } // namespace
 
 void* ObjectPool::allocate(std::size_t size) {
+    if (void* block = ScopeMemory::allocate(size))
+        return block;
     if (size == 0 || size > largestKept)
         return ::operator new(size);
     const std::size_t index = classOf(size);
@@ -75,6 +79,10 @@ void* ObjectPool::allocate(std::size_t size) {
 void ObjectPool::deallocate(void* block, std::size_t size) noexcept {
     if (block == nullptr)
         return;
+    if (ScopeMemory::owns(block)) {
+        ScopeMemory::deallocate(block);
+        return;
+    }
 #ifndef DIAGHOST_POOL_BYPASS
     if (size != 0 && size <= largestKept && !cacheGone) {
         const std::size_t index = classOf(size);
@@ -90,6 +98,19 @@ void ObjectPool::deallocate(void* block, std::size_t size) noexcept {
     (void)size;
 #endif
     ::operator delete(block);
+}
+
+void* ObjectPool::allocateBlock(std::size_t size) {
+    if (void* block = ScopeMemory::allocate(size))
+        return block;
+    return ::operator new(size);
+}
+
+void ObjectPool::deallocateBlock(void* block) noexcept {
+    if (ScopeMemory::owns(block))
+        ScopeMemory::deallocate(block);
+    else
+        ::operator delete(block);
 }
 
 } // namespace NQORVA20::host

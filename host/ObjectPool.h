@@ -1,8 +1,7 @@
-// Recycled memory for the broker's small objects. A call scope makes its objects one by one and
-// frees them all when it closes; handing the blocks back to the C library each time and asking
-// again in the next call costs more than the objects' own work. Freed blocks are kept per thread
-// in free lists of 16-byte size classes, up to a fixed number of bytes per thread, and returned
-// to the C library when the thread ends. Under a sanitizer every block goes straight to the C
+// Memory for the broker's objects. While a call scope is open, objects come from the scope
+// memory (ScopeMemory). Otherwise small blocks are recycled: freed blocks are kept per thread in
+// free lists of 16-byte size classes, up to a fixed number of bytes per thread, and returned to
+// the C library when the thread ends. Under a sanitizer every block goes straight to the C
 // library, so that use after free is still caught.
 #ifndef DIAGCORE_HOST_OBJECTPOOL_H
 #define DIAGCORE_HOST_OBJECTPOOL_H
@@ -17,6 +16,10 @@ public:
     static void* allocate(std::size_t size);
     // Takes back a block that allocate gave for the same size, on any thread.
     static void deallocate(void* block, std::size_t size) noexcept;
+    // A block of any size for an object that keeps its data behind itself; throws bad_alloc.
+    static void* allocateBlock(std::size_t size);
+    // Takes back a block that allocateBlock gave, on any thread.
+    static void deallocateBlock(void* block) noexcept;
 
     // The bytes of freed blocks the calling thread keeps at most.
     static constexpr std::size_t keptBytesPerThread = std::size_t{32} << 20;

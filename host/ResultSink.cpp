@@ -60,6 +60,8 @@ CMPIStatus resultReturnData(const CMPIResult* r, const CMPIValue* value, CMPITyp
         if (!value)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_PARAMETER);
         CMPIData copy{};
+        // The sink outlives the provider's call scope.
+        ScopeMemory::Durable durable;
         CMPIrc rc = DataCopy::copy(self->broker, value, type, HostObject::Placement::Parent, copy);
         if (rc != CMPI_RC_OK)
             return CmpiCall::status(rc);
@@ -89,7 +91,7 @@ CMPIStatus returnObject(const CMPIResult* r, const T* object, std::vector<T*> Im
         H* h = H::from(object);
         if (!h)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        std::unique_ptr<H> copy(static_cast<H*>(h->copy()));
+        std::unique_ptr<H> copy(CmpiCall::durableCopy(*h));
         (self->*list).reserve((self->*list).size() + 1);
         self->calls.reserve(self->calls.size() + 1);
         (self->*list).push_back(copy.release()->cmpi());

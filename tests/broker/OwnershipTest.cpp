@@ -3,8 +3,11 @@
 #include "BrokerFixture.h"
 
 #include "host/CallArena.h"
+#include "host/HostObject.h"
 #include "host/ObjectPool.h"
+#include "host/ScopeMemory.h"
 
+#include <cstdint>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -175,6 +178,93 @@ TEST_F(OwnershipTest, RecycledBlocksHoldTheirWholeSizeOnEveryThread) {
         ObjectPool::deallocate(again[i], i + 1);
     }
     ObjectPool::deallocate(nullptr, 8);
+}
+
+// What a scope makes comes from scope memory, and everything that may outlive the scope does
+// not: a clone, what a result sink keeps, and the values a kept clone takes in a later call.
+TEST_F(OwnershipTest, OnlyObjectsThatDieWithTheirScopeUseScopeMemory) {
+    if (!ScopeMemory::available())
+        GTEST_SKIP() << "scope memory is bypassed in this build";
+    auto inScopeMemory = [](const void* cmpi) {
+        return ScopeMemory::owns(HostObject::fromCmpi(cmpi));
+    };
+    CMPIInstance* kept = nullptr;
+    {
+        CallScope scope(*broker);
+        CMPIInstance* inst = instance("Test_Record");
+        setChars(inst, "Text", "transient");
+        EXPECT_TRUE(inScopeMemory(inst));
+        EXPECT_TRUE(inScopeMemory(CMGetProperty(inst, "Text", nullptr).value.string));
+        kept = CMClone(inst, nullptr);
+        EXPECT_FALSE(inScopeMemory(kept));
+        EXPECT_FALSE(inScopeMemory(CMGetProperty(kept, "Text", nullptr).value.string));
+        CMPIString* s = CMClone(CMNewString(mb, "x", nullptr), nullptr);
+        EXPECT_FALSE(inScopeMemory(s));
+        CMRelease(s);
+    }
+    {
+        CallScope later(*broker);
+        setChars(kept, "Text", "changed in a later call");
+        EXPECT_FALSE(inScopeMemory(CMGetProperty(kept, "Text", nullptr).value.string));
+        // Paths made from the kept clone share key copies with it from the second one on.
+        CMGetObjectPath(kept, nullptr);
+        CMPIObjectPath* op = CMGetObjectPath(kept, nullptr);
+        EXPECT_TRUE(inScopeMemory(op));
+    }
+    EXPECT_EQ(stringProperty(kept, "Text"), "changed in a later call");
+    CMRelease(kept);
+    // Outside any scope nothing comes from scope memory.
+    EXPECT_EQ(ScopeMemory::allocate(16), nullptr);
+}
+
+// A chunk goes back when its last block is freed, on whichever thread frees it, and a thread
+// whose chunk emptied starts it again from the beginning in its next call.
+TEST_F(OwnershipTest, ScopeMemoryChunksReturnWhenTheirLastBlockIsFreedOnAnyThread) {
+    if (!ScopeMemory::available())
+        GTEST_SKIP() << "scope memory is bypassed in this build";
+    const std::size_t before = ScopeMemory::chunksInUse();
+    std::vector<void*> blocks;
+    std::thread maker([&] {
+        ScopeMemory::scopeOpened();
+        // Three chunks and a bit, in blocks of every size up to the largest taken.
+        std::size_t bytes = 0;
+        for (std::size_t size = 1; bytes < 3 * ScopeMemory::chunkSize; size = size % 4000 + 1) {
+            void* b = ScopeMemory::allocate(size);
+            ASSERT_NE(b, nullptr);
+            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(b) % 16, 0u);
+            std::memset(b, static_cast<int>(size & 0xff), size);
+            blocks.push_back(b);
+            bytes += size;
+        }
+        EXPECT_EQ(ScopeMemory::allocate(ScopeMemory::largestBlock + 1), nullptr);
+        ScopeMemory::scopeClosed();
+    });
+    maker.join();
+    EXPECT_GE(ScopeMemory::chunksInUse(), before + 3);
+    std::thread freer([&] {
+        for (void* b : blocks)
+            ScopeMemory::deallocate(b);
+    });
+    freer.join();
+    EXPECT_EQ(ScopeMemory::chunksInUse(), before);
+
+    ScopeMemory::scopeOpened();
+    void* first = ScopeMemory::allocate(64);
+    ScopeMemory::deallocate(first);
+    ScopeMemory::scopeClosed();
+    ScopeMemory::scopeOpened();
+    EXPECT_EQ(ScopeMemory::allocate(64), first);
+    ScopeMemory::deallocate(first);
+    // A block kept past its scope keeps the chunk: the next call goes on after it.
+    void* kept = ScopeMemory::allocate(64);
+    ScopeMemory::scopeClosed();
+    ScopeMemory::scopeOpened();
+    void* next = ScopeMemory::allocate(64);
+    EXPECT_NE(next, first);
+    EXPECT_NE(next, kept);
+    ScopeMemory::deallocate(next);
+    ScopeMemory::deallocate(kept);
+    ScopeMemory::scopeClosed();
 }
 
 } // namespace NQORVA20::host::test

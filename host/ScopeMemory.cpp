@@ -1,0 +1,287 @@
+#include "host/ScopeMemory.h"
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include <sys/mman.h>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define DIAGHOST_SCOPE_MEMORY_BYPASS 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ||                         \
+    __has_feature(memory_sanitizer)
+#define DIAGHOST_SCOPE_MEMORY_BYPASS 1
+#endif
+#endif
+
+namespace NQORVA20::host {
+
+namespace {
+
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+
+// Address space only: pages are committed a chunk at a time as threads ask for them.
+constexpr std::size_t reservedBytes = std::size_t{64} << 30;
+constexpr std::size_t chunkCount = reservedBytes / ScopeMemory::chunkSize;
+constexpr std::size_t granule = 16;
+// The chunk's header takes its first cache line, so that a thread filling the chunk and threads
+// freeing blocks in it do not share a line with the blocks.
+constexpr std::size_t headerBytes = 64;
+// Added to a chunk's live count while a thread fills it: the count cannot reach zero then, and
+// the filling thread counts the blocks it hands out without an atomic operation.
+constexpr std::uint64_t fillerBias = std::uint64_t{1} << 62;
+
+struct ChunkHeader {
+    std::atomic<std::uint64_t> live;
+};
+
+class Chunks {
+public:
+    Chunks() {
+        void* at = ::mmap(nullptr, reservedBytes + ScopeMemory::chunkSize, PROT_NONE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (at == MAP_FAILED)
+            return;
+        // Chunks are aligned to their size, so that a block finds its chunk's header by masking.
+        const auto raw = reinterpret_cast<std::uintptr_t>(at);
+        base_ = reinterpret_cast<char*>((raw + ScopeMemory::chunkSize - 1) &
+                                        ~(std::uintptr_t{ScopeMemory::chunkSize} - 1));
+    }
+
+    bool owns(const void* block) const {
+        return base_ != nullptr &&
+               reinterpret_cast<std::uintptr_t>(block) - reinterpret_cast<std::uintptr_t>(base_) <
+                   reservedBytes;
+    }
+
+    bool reserved() const { return base_ != nullptr; }
+
+    static ChunkHeader* headerOf(const void* block) {
+        return reinterpret_cast<ChunkHeader*>(reinterpret_cast<std::uintptr_t>(block) &
+                                              ~(std::uintptr_t{ScopeMemory::chunkSize} - 1));
+    }
+
+    // A chunk with its live count at the filler's bias; null when the range is used up or the
+    // kernel refuses the pages.
+    char* take() {
+        char* chunk = nullptr;
+        {
+            std::lock_guard<std::mutex> guard(mutex_);
+            if (!warm_.empty()) {
+                chunk = warm_.back();
+                warm_.pop_back();
+            } else if (!cold_.empty()) {
+                chunk = cold_.back();
+                cold_.pop_back();
+            } else if (base_ != nullptr && committed_ < chunkCount) {
+                chunk = base_ + committed_ * ScopeMemory::chunkSize;
+                if (::mprotect(chunk, ScopeMemory::chunkSize, PROT_READ | PROT_WRITE) != 0)
+                    return nullptr;
+                ++committed_;
+            }
+            if (chunk == nullptr)
+                return nullptr;
+            ++inUse_;
+        }
+        reinterpret_cast<ChunkHeader*>(chunk)->live.store(fillerBias, std::memory_order_relaxed);
+        return chunk;
+    }
+
+    // Every block of the chunk is free and no thread fills it.
+    void give(char* chunk) {
+        {
+            std::lock_guard<std::mutex> guard(mutex_);
+            --inUse_;
+            if (warm_.size() < ScopeMemory::warmChunksKept) {
+                warm_.push_back(chunk);
+                return;
+            }
+        }
+        ::madvise(chunk, ScopeMemory::chunkSize, MADV_DONTNEED);
+        std::lock_guard<std::mutex> guard(mutex_);
+        cold_.push_back(chunk);
+    }
+
+    std::size_t inUse() {
+        std::lock_guard<std::mutex> guard(mutex_);
+        return inUse_;
+    }
+
+private:
+    char* base_ = nullptr;
+    std::mutex mutex_;
+    std::size_t committed_ = 0;
+    std::size_t inUse_ = 0;
+    std::vector<char*> warm_;
+    std::vector<char*> cold_;
+};
+
+// Made on first use and never destroyed: blocks are freed during the process's exit, after
+// static destructors may have run.
+Chunks& chunks() {
+    static Chunks* const all = new Chunks();
+    return *all;
+}
+
+void dropLive(ChunkHeader* header, std::uint64_t count) {
+    if (header->live.fetch_sub(count, std::memory_order_acq_rel) == count)
+        chunks().give(reinterpret_cast<char*>(header));
+}
+
+struct ThreadChunk {
+    char* chunk = nullptr;
+    char* next = nullptr;
+    char* end = nullptr;
+    // Blocks handed out from the chunk since it was taken or last started again.
+    std::uint64_t made = 0;
+    int scopes = 0;
+    int durable = 0;
+
+    ~ThreadChunk();
+    ChunkHeader* header() const { return reinterpret_cast<ChunkHeader*>(chunk); }
+    // Starts the chunk again from its beginning when every block of it has been freed.
+    bool restartIfFree() {
+        if (chunk == nullptr || header()->live.load(std::memory_order_acquire) != fillerBias - made)
+            return false;
+        next = chunk + headerBytes;
+        made = 0;
+        header()->live.store(fillerBias, std::memory_order_relaxed);
+        return true;
+    }
+    void retire() {
+        if (chunk == nullptr)
+            return;
+        ChunkHeader* h = header();
+        chunk = next = end = nullptr;
+        dropLive(h, fillerBias - made);
+        made = 0;
+    }
+    bool refill(std::size_t size) {
+        if (restartIfFree() && next + size <= end)
+            return true;
+        retire();
+        chunk = chunks().take();
+        if (chunk == nullptr)
+            return false;
+        next = chunk + headerBytes;
+        end = chunk + ScopeMemory::chunkSize;
+        return next + size <= end;
+    }
+};
+
+// Set once the thread's state is gone: blocks asked for later in the thread's exit come from the
+// C library. Trivially destructible, so it stays readable to the thread's very end.
+thread_local bool stateGone = false;
+thread_local ThreadChunk state;
+
+ThreadChunk::~ThreadChunk() {
+    stateGone = true;
+    retire();
+}
+
+#endif
+
+} // namespace
+
+void* ScopeMemory::allocate(std::size_t size) noexcept {
+#ifdef DIAGHOST_SCOPE_MEMORY_BYPASS
+    (void)size;
+    return nullptr;
+#else
+    if (stateGone)
+        return nullptr;
+    ThreadChunk& t = state;
+    if (t.scopes == 0 || t.durable != 0 || size == 0 || size > largestBlock)
+        return nullptr;
+    size = (size + granule - 1) & ~(granule - 1);
+    if (static_cast<std::size_t>(t.end - t.next) < size && !t.refill(size))
+        return nullptr;
+    void* block = t.next;
+    t.next += size;
+    ++t.made;
+    return block;
+#endif
+}
+
+bool ScopeMemory::owns(const void* block) noexcept {
+#ifdef DIAGHOST_SCOPE_MEMORY_BYPASS
+    (void)block;
+    return false;
+#else
+    return block != nullptr && chunks().owns(block);
+#endif
+}
+
+void ScopeMemory::deallocate(void* block) noexcept {
+#ifdef DIAGHOST_SCOPE_MEMORY_BYPASS
+    (void)block;
+#else
+    dropLive(Chunks::headerOf(block), 1);
+#endif
+}
+
+void ScopeMemory::scopeOpened() noexcept {
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+    if (!stateGone)
+        ++state.scopes;
+#endif
+}
+
+void ScopeMemory::scopeClosed() noexcept {
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+    if (stateGone)
+        return;
+    ThreadChunk& t = state;
+    // The next call on this thread reuses the memory this one used, while it is still cached.
+    if (--t.scopes == 0)
+        t.restartIfFree();
+#endif
+}
+
+ScopeMemory::Durable::Durable() noexcept {
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+    if (!stateGone)
+        ++state.durable;
+#endif
+}
+
+ScopeMemory::Durable::~Durable() {
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+    if (!stateGone)
+        --state.durable;
+#endif
+}
+
+ScopeMemory::PartsOf::PartsOf(const void* container) noexcept : durable_(!owns(container)) {
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+    if (durable_ && !stateGone)
+        ++state.durable;
+#endif
+}
+
+ScopeMemory::PartsOf::~PartsOf() {
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+    if (durable_ && !stateGone)
+        --state.durable;
+#endif
+}
+
+bool ScopeMemory::available() noexcept {
+#ifdef DIAGHOST_SCOPE_MEMORY_BYPASS
+    return false;
+#else
+    return chunks().reserved();
+#endif
+}
+
+std::size_t ScopeMemory::chunksInUse() noexcept {
+#ifdef DIAGHOST_SCOPE_MEMORY_BYPASS
+    return 0;
+#else
+    return chunks().inUse();
+#endif
+}
+
+} // namespace NQORVA20::host
