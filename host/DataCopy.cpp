@@ -2,6 +2,7 @@
 
 #include "host/HostArray.h"
 #include "host/HostString.h"
+#include "host/ScopeMemory.h"
 
 #include <cmpift.h>
 
@@ -277,6 +278,11 @@ CMPIrc DataCopy::copy(Broker& broker, const CMPIData& in, Placement where, CMPID
         return copy(broker, reinterpret_cast<const CMPIValue*>(in.value.chars), in.type, where,
                     out);
     return copy(broker, &in.value, in.type, where, out);
+}
+
+bool DataCopy::inScopeMemory(const CMPIData& data) noexcept {
+    return !(data.state & CMPI_nullValue) && holdsObject(data.type) &&
+           ScopeMemory::owns(HostObject::fromCmpi(objectOf(data)));
 }
 
 void DataCopy::destroy(CMPIData& data) noexcept {

@@ -50,6 +50,8 @@ public:
     static CMPIType storedType(CMPIType type);
     // Types whose value is an encapsulated object the host owns a copy of.
     static bool holdsObject(CMPIType type);
+    // Whether the datum's object lives in the broker's scope memory.
+    static bool inScopeMemory(const CMPIData& data) noexcept;
     // Type codes the host can keep: the scalars, the encapsulated types and arrays of them.
     static bool knownType(CMPIType type);
 };

@@ -427,7 +427,7 @@ HostObject* HostInstance::copy() const {
     }
     if (filter_)
         out->filter_ = std::make_unique<std::vector<bool>>(*filter_);
-    out->pathKeys_ = std::atomic_load(&pathKeys_);
+    out->pathKeys_ = HostObjectPath::KeySet::forCopy(broker(), std::atomic_load(&pathKeys_));
     return out.release();
 }
 

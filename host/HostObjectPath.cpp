@@ -279,27 +279,41 @@ const std::vector<HostObjectPath::Key>& HostObjectPath::keys() const {
     return keys_ ? keys_->keys : none;
 }
 
+std::shared_ptr<HostObjectPath::KeySet> HostObjectPath::KeySet::copy(Broker& broker) const {
+    auto own = std::make_shared<KeySet>();
+    own->keys.reserve(keys.size());
+    for (const Key& k : keys) {
+        Key key;
+        if (k.ownedName) {
+            key.ownedName = copyName(k.name);
+            key.name = key.ownedName.get();
+        } else {
+            key.name = k.name;
+        }
+        own->keys.push_back(std::move(key));
+        CMPIrc rc = DataCopy::copy(broker, k.value, Placement::Parent, own->keys.back().value);
+        (void)rc; // the values are the host's own objects
+    }
+    return own;
+}
+
+std::shared_ptr<HostObjectPath::KeySet>
+HostObjectPath::KeySet::forCopy(Broker& broker, const std::shared_ptr<KeySet>& set) {
+    if (!set || ScopeMemory::active())
+        return set;
+    for (const Key& k : set->keys) {
+        if (DataCopy::inScopeMemory(k.value))
+            return set->copy(broker);
+    }
+    return set;
+}
+
 std::vector<HostObjectPath::Key>& HostObjectPath::ownKeys() {
     if (!keys_) {
         keys_ = std::make_shared<KeySet>();
     } else if (keys_.use_count() > 1) {
         ScopeMemory::PartsOf parts(this);
-        auto own = std::make_shared<KeySet>();
-        own->keys.reserve(keys_->keys.size());
-        for (const Key& k : keys_->keys) {
-            Key key;
-            if (k.ownedName) {
-                key.ownedName = copyName(k.name);
-                key.name = key.ownedName.get();
-            } else {
-                key.name = k.name;
-            }
-            own->keys.push_back(std::move(key));
-            CMPIrc rc =
-                DataCopy::copy(broker(), k.value, Placement::Parent, own->keys.back().value);
-            (void)rc; // the values are the host's own objects
-        }
-        keys_ = std::move(own);
+        keys_ = keys_->copy(broker());
     }
     return keys_->keys;
 }
@@ -391,7 +405,7 @@ HostObject* HostObjectPath::copy() const {
     p->host_ = host_;
     p->className_ = className_;
     p->ownedClassName_ = ownedClassName_;
-    p->keys_ = keys_;
+    p->keys_ = KeySet::forCopy(broker(), keys_);
     return p.release();
 }
 

@@ -268,6 +268,14 @@ ScopeMemory::PartsOf::~PartsOf() {
 #endif
 }
 
+bool ScopeMemory::active() noexcept {
+#ifdef DIAGHOST_SCOPE_MEMORY_BYPASS
+    return false;
+#else
+    return !stateGone && state.scopes != 0 && state.durable == 0 && chunks().reserved();
+#endif
+}
+
 bool ScopeMemory::available() noexcept {
 #ifdef DIAGHOST_SCOPE_MEMORY_BYPASS
     return false;

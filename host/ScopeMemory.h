@@ -59,6 +59,8 @@ public:
         bool durable_;
     };
 
+    // Whether what this thread makes now comes from here.
+    static bool active() noexcept;
     // Whether blocks come from here at all in this process (not under a sanitizer, range reserved).
     static bool available() noexcept;
     // Chunks holding live blocks or being filled by a thread, over all threads.

@@ -217,6 +217,51 @@ TEST_F(OwnershipTest, OnlyObjectsThatDieWithTheirScopeUseScopeMemory) {
     EXPECT_EQ(ScopeMemory::allocate(16), nullptr);
 }
 
+// Clones share nothing with the scope they were made in, not even the key copies an instance
+// shares with its paths or the keys of the paths in its references: once the scope is gone, its
+// chunk is free again and the next call starts it from the beginning.
+TEST_F(OwnershipTest, ClonesKeepNothingOfTheScopeTheyWereMadeIn) {
+    if (!ScopeMemory::available())
+        GTEST_SKIP() << "scope memory is bypassed in this build";
+    auto firstBlockOfACall = [] {
+        ScopeMemory::scopeOpened();
+        void* block = ScopeMemory::allocate(16);
+        ScopeMemory::deallocate(block);
+        ScopeMemory::scopeClosed();
+        return block;
+    };
+    void* start = firstBlockOfACall();
+    CMPIInstance* link = nullptr;
+    CMPIInstance* disk = nullptr;
+    CMPIObjectPath* diskPath = nullptr;
+    {
+        CallScope scope(*broker);
+        CMPIInstance* d = instance("Test_Disk");
+        setChars(d, "SystemName", "host");
+        setChars(d, "CreationClassName", "Test_Disk");
+        setChars(d, "deviceID", "sda");
+        CMGetObjectPath(d, nullptr);
+        CMPIObjectPath* p = CMGetObjectPath(d, nullptr);
+        CMPIInstance* l = instance("Test_Link");
+        ASSERT_EQ(CMSetProperty(l, "Antecedent", &p, CMPI_ref).rc, CMPI_RC_OK);
+        ASSERT_EQ(CMSetProperty(l, "Dependent", &p, CMPI_ref).rc, CMPI_RC_OK);
+        CMGetObjectPath(l, nullptr);
+        CMGetObjectPath(l, nullptr);
+        link = CMClone(l, nullptr);
+        disk = CMClone(d, nullptr);
+        diskPath = CMClone(p, nullptr);
+    }
+    EXPECT_EQ(firstBlockOfACall(), start);
+    CallScope later(*broker);
+    EXPECT_EQ(pathText(CMGetObjectPath(disk, nullptr)), pathText(diskPath));
+    EXPECT_EQ(pathText(CMGetObjectPath(disk, nullptr)), pathText(diskPath));
+    EXPECT_EQ(pathText(CMGetProperty(link, "Antecedent", nullptr).value.ref), pathText(diskPath));
+    EXPECT_NE(pathText(CMGetObjectPath(link, nullptr)).find("sda"), std::string::npos);
+    CMRelease(link);
+    CMRelease(disk);
+    CMRelease(diskPath);
+}
+
 // A chunk goes back when its last block is freed, on whichever thread frees it, and a thread
 // whose chunk emptied starts it again from the beginning in its next call.
 TEST_F(OwnershipTest, ScopeMemoryChunksReturnWhenTheirLastBlockIsFreedOnAnyThread) {
