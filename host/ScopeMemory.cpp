@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include <pthread.h>
 #include <sys/mman.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -37,9 +38,15 @@ struct ChunkHeader {
     std::atomic<std::uint64_t> live;
 };
 
+class Chunks;
+Chunks& chunks();
+
 class Chunks {
 public:
     Chunks() {
+        // A child forked while another thread held the lock must not inherit it held.
+        ::pthread_atfork([] { chunks().lock(); }, [] { chunks().unlock(); },
+                         [] { chunks().unlock(); });
         void* at = ::mmap(nullptr, reservedBytes + ScopeMemory::chunkSize, PROT_NONE,
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (at == MAP_FAILED)
@@ -103,6 +110,9 @@ public:
         std::lock_guard<std::mutex> guard(mutex_);
         cold_.push_back(chunk);
     }
+
+    void lock() { mutex_.lock(); }
+    void unlock() { mutex_.unlock(); }
 
     std::size_t inUse() {
         std::lock_guard<std::mutex> guard(mutex_);
@@ -183,6 +193,16 @@ ThreadChunk::~ThreadChunk() {
 
 #endif
 
+// Counts a durable section of the calling thread in (1) or out (-1).
+void durableSection(int step) noexcept {
+#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
+    if (!stateGone)
+        state.durable += step;
+#else
+    (void)step;
+#endif
+}
+
 } // namespace
 
 void* ScopeMemory::allocate(std::size_t size) noexcept {
@@ -241,31 +261,21 @@ void ScopeMemory::scopeClosed() noexcept {
 }
 
 ScopeMemory::Durable::Durable() noexcept {
-#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
-    if (!stateGone)
-        ++state.durable;
-#endif
+    durableSection(1);
 }
 
 ScopeMemory::Durable::~Durable() {
-#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
-    if (!stateGone)
-        --state.durable;
-#endif
+    durableSection(-1);
 }
 
 ScopeMemory::PartsOf::PartsOf(const void* container) noexcept : durable_(!owns(container)) {
-#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
-    if (durable_ && !stateGone)
-        ++state.durable;
-#endif
+    if (durable_)
+        durableSection(1);
 }
 
 ScopeMemory::PartsOf::~PartsOf() {
-#ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
-    if (durable_ && !stateGone)
-        --state.durable;
-#endif
+    if (durable_)
+        durableSection(-1);
 }
 
 bool ScopeMemory::active() noexcept {
