@@ -23,7 +23,7 @@ public:
     static constexpr std::size_t largestBlock = std::size_t{64} << 10;
     // Chunks whose blocks are all freed and that keep their pages for the next one asked for;
     // any further ones give their pages back to the kernel.
-    static constexpr std::size_t warmChunksKept = 4;
+    static constexpr std::size_t warmChunksKept = 16;
 
     // A block of `size` bytes aligned to 16, when a call scope is open on this thread outside a
     // durable section; null otherwise, and the caller asks the C library.
