@@ -427,7 +427,10 @@ HostObject* HostInstance::copy() const {
     }
     if (filter_)
         out->filter_ = std::make_unique<std::vector<bool>>(*filter_);
-    out->pathKeys_ = HostObjectPath::KeySet::forCopy(broker(), std::atomic_load(&pathKeys_));
+    // The shared key copies are a cache: a copy that cannot share them makes its own when asked.
+    auto keys = std::atomic_load(&pathKeys_);
+    if (keys && !keys->unfitForCopy())
+        out->pathKeys_ = std::move(keys);
     return out.release();
 }
 

@@ -297,15 +297,19 @@ std::shared_ptr<HostObjectPath::KeySet> HostObjectPath::KeySet::copy(Broker& bro
     return own;
 }
 
+bool HostObjectPath::KeySet::unfitForCopy() const {
+    if (ScopeMemory::active())
+        return false;
+    for (const Key& k : keys) {
+        if (DataCopy::inScopeMemory(k.value))
+            return true;
+    }
+    return false;
+}
+
 std::shared_ptr<HostObjectPath::KeySet>
 HostObjectPath::KeySet::forCopy(Broker& broker, const std::shared_ptr<KeySet>& set) {
-    if (!set || ScopeMemory::active())
-        return set;
-    for (const Key& k : set->keys) {
-        if (DataCopy::inScopeMemory(k.value))
-            return set->copy(broker);
-    }
-    return set;
+    return set && set->unfitForCopy() ? set->copy(broker) : set;
 }
 
 std::vector<HostObjectPath::Key>& HostObjectPath::ownKeys() {

@@ -35,9 +35,10 @@ public:
         void appendBorrowed(const char* name, const CMPIData& ownedValue);
         // A set of its own with copies of the keys, for a path of broker.
         std::shared_ptr<KeySet> copy(Broker& broker) const;
-        // The set a copy made now may share: this one, unless the copy is to outlive the call
-        // scope (it is made outside scope memory) and some of these values live in scope
-        // memory; then a set of its own.
+        // Whether a copy made now must not share this set: the copy is to outlive the call scope
+        // (it is made outside scope memory) and some of these values live in scope memory.
+        bool unfitForCopy() const;
+        // The set a copy made now may share: this one, or when it is unfit, a set of its own.
         static std::shared_ptr<KeySet> forCopy(Broker& broker, const std::shared_ptr<KeySet>& set);
     };
 
