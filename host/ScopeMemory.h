@@ -7,8 +7,8 @@
 // that outlive their scope (clones and copies handed to a caller, and the parts a kept object
 // takes later) come from the C library, so that no kept object pins a chunk of transient ones.
 // Chunks lie in one reserved address range, which tells a block's origin by one comparison.
-// Under a sanitizer, and when the range cannot be reserved or is used up, nothing comes from
-// here.
+// Under the address sanitizer, and when the range cannot be reserved or is used up, nothing
+// comes from here.
 #ifndef DIAGCORE_HOST_SCOPEMEMORY_H
 #define DIAGCORE_HOST_SCOPEMEMORY_H
 
@@ -61,7 +61,8 @@ public:
 
     // Whether what this thread makes now comes from here.
     static bool active() noexcept;
-    // Whether blocks come from here at all in this process (not under a sanitizer, range reserved).
+    // Whether blocks come from here at all in this process: not under the address sanitizer, and
+    // the range reserved.
     static bool available() noexcept;
     // Chunks holding live blocks or being filled by a thread, over all threads.
     static std::size_t chunksInUse() noexcept;
