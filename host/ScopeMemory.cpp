@@ -7,6 +7,7 @@
 
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 
 // Use after free is caught only in memory the sanitizer's own allocator hands out. The thread
 // sanitizer sees scope memory as it is, so its atomics and reuse are checked there.
@@ -24,9 +25,10 @@ namespace {
 
 #ifndef DIAGHOST_SCOPE_MEMORY_BYPASS
 
-// Address space only: pages are committed a chunk at a time as threads ask for them.
-constexpr std::size_t reservedBytes = std::size_t{64} << 30;
-constexpr std::size_t chunkCount = reservedBytes / ScopeMemory::chunkSize;
+// Address space only: pages are committed a chunk at a time as threads ask for them. Where the
+// process's address space is limited, a quarter of the limit at most, so that the C library
+// keeps room for everything else.
+constexpr std::size_t mostReserved = std::size_t{64} << 30;
 constexpr std::size_t granule = 16;
 // The chunk's header takes its first cache line, so that a thread filling the chunk and threads
 // freeing blocks in it do not share a line with the blocks.
@@ -48,10 +50,18 @@ public:
         // A child forked while another thread held the lock must not inherit it held.
         ::pthread_atfork([] { chunks().lock(); }, [] { chunks().unlock(); },
                          [] { chunks().unlock(); });
-        void* at = ::mmap(nullptr, reservedBytes + ScopeMemory::chunkSize, PROT_NONE,
+        std::size_t bytes = mostReserved;
+        struct rlimit limit {};
+        if (::getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
+            limit.rlim_cur / 4 < bytes)
+            bytes = static_cast<std::size_t>(limit.rlim_cur / 4) & ~(ScopeMemory::chunkSize - 1);
+        if (bytes == 0)
+            return;
+        void* at = ::mmap(nullptr, bytes + ScopeMemory::chunkSize, PROT_NONE,
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (at == MAP_FAILED)
             return;
+        bytes_ = bytes;
         // Chunks are aligned to their size, so that a block finds its chunk's header by masking.
         const auto raw = reinterpret_cast<std::uintptr_t>(at);
         base_ = reinterpret_cast<char*>((raw + ScopeMemory::chunkSize - 1) &
@@ -61,7 +71,7 @@ public:
     bool owns(const void* block) const {
         return base_ != nullptr &&
                reinterpret_cast<std::uintptr_t>(block) - reinterpret_cast<std::uintptr_t>(base_) <
-                   reservedBytes;
+                   bytes_;
     }
 
     bool reserved() const { return base_ != nullptr; }
@@ -83,7 +93,7 @@ public:
             } else if (!cold_.empty()) {
                 chunk = cold_.back();
                 cold_.pop_back();
-            } else if (base_ != nullptr && committed_ < chunkCount) {
+            } else if (base_ != nullptr && committed_ < bytes_ / ScopeMemory::chunkSize) {
                 chunk = base_ + committed_ * ScopeMemory::chunkSize;
                 if (::mprotect(chunk, ScopeMemory::chunkSize, PROT_READ | PROT_WRITE) != 0)
                     return nullptr;
@@ -122,6 +132,7 @@ public:
 
 private:
     char* base_ = nullptr;
+    std::size_t bytes_ = 0;
     std::mutex mutex_;
     std::size_t committed_ = 0;
     std::size_t inUse_ = 0;
