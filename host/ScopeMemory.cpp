@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
-#include <vector>
 
 #include <pthread.h>
 #include <sys/mman.h>
@@ -39,7 +38,34 @@ constexpr std::uint64_t fillerBias = std::uint64_t{1} << 62;
 
 struct ChunkHeader {
     std::atomic<std::uint64_t> live;
+    // The next chunk of a list of free chunks. Free chunks are listed through their own headers,
+    // so that handing a chunk back, which happens inside a block's release, never allocates.
+    ChunkHeader* nextFree;
 };
+
+// A list of free chunks, newest first.
+struct FreeChunks {
+    ChunkHeader* head = nullptr;
+    std::size_t count = 0;
+
+    void push(char* chunk) {
+        auto* h = reinterpret_cast<ChunkHeader*>(chunk);
+        h->nextFree = head;
+        head = h;
+        ++count;
+    }
+    char* pop() {
+        ChunkHeader* h = head;
+        if (h == nullptr)
+            return nullptr;
+        head = h->nextFree;
+        --count;
+        return reinterpret_cast<char*>(h);
+    }
+};
+
+// A chunk given back to the kernel keeps its first page, which holds its header and the link.
+constexpr std::size_t pageBytes = 4096;
 
 class Chunks;
 Chunks& chunks();
@@ -87,13 +113,11 @@ public:
         char* chunk = nullptr;
         {
             std::lock_guard<std::mutex> guard(mutex_);
-            if (!warm_.empty()) {
-                chunk = warm_.back();
-                warm_.pop_back();
-            } else if (!cold_.empty()) {
-                chunk = cold_.back();
-                cold_.pop_back();
-            } else if (base_ != nullptr && committed_ < bytes_ / ScopeMemory::chunkSize) {
+            chunk = warm_.pop();
+            if (chunk == nullptr)
+                chunk = cold_.pop();
+            if (chunk == nullptr && base_ != nullptr &&
+                committed_ < bytes_ / ScopeMemory::chunkSize) {
                 chunk = base_ + committed_ * ScopeMemory::chunkSize;
                 if (::mprotect(chunk, ScopeMemory::chunkSize, PROT_READ | PROT_WRITE) != 0)
                     return nullptr;
@@ -112,14 +136,14 @@ public:
         {
             std::lock_guard<std::mutex> guard(mutex_);
             --inUse_;
-            if (warm_.size() < ScopeMemory::warmChunksKept) {
-                warm_.push_back(chunk);
+            if (warm_.count < ScopeMemory::warmChunksKept) {
+                warm_.push(chunk);
                 return;
             }
         }
-        ::madvise(chunk, ScopeMemory::chunkSize, MADV_DONTNEED);
+        ::madvise(chunk + pageBytes, ScopeMemory::chunkSize - pageBytes, MADV_DONTNEED);
         std::lock_guard<std::mutex> guard(mutex_);
-        cold_.push_back(chunk);
+        cold_.push(chunk);
     }
 
     void lock() { mutex_.lock(); }
@@ -136,8 +160,8 @@ private:
     std::mutex mutex_;
     std::size_t committed_ = 0;
     std::size_t inUse_ = 0;
-    std::vector<char*> warm_;
-    std::vector<char*> cold_;
+    FreeChunks warm_;
+    FreeChunks cold_;
 };
 
 // Made on first use and never destroyed: blocks are freed during the process's exit, after
