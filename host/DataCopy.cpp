@@ -3,6 +3,7 @@
 #include "host/HostArray.h"
 #include "host/HostString.h"
 #include "host/ScopeMemory.h"
+#include "host/StringTable.h"
 
 #include <cmpift.h>
 
@@ -89,6 +90,18 @@ void store(HostObject* copy, HostObject::Placement where, CMPIData& out) {
     holder.release();
     setObject(out, copy->cmpiObject());
     out.state = CMPI_goodValue;
+}
+
+// A text for a part of an object that outlives its call is the table's shared string; any other
+// copy is a string of its own, made by the broker the copy is for.
+void storeText(Broker& broker, const char* text, std::size_t length, HostObject::Placement where,
+               CMPIData& out) {
+    if (text && where == HostObject::Placement::Parent && !ScopeMemory::active()) {
+        out.value.string = StringTable::acquire(broker, text, length)->cmpi();
+        out.state = CMPI_goodValue;
+        return;
+    }
+    store(HostString::create(broker, text, length), where, out);
 }
 
 } // namespace
@@ -217,20 +230,26 @@ CMPIrc DataCopy::copy(Broker& broker, const CMPIValue* value, CMPIType type, Pla
         // For chars the value pointer is the text itself, as providers write
         // CMSetProperty(inst, "Name", "text", CMPI_chars).
         const char* text = reinterpret_cast<const char*>(value);
-        store(HostString::create(broker, text, std::strlen(text)), where, out);
+        storeText(broker, text, std::strlen(text), where, out);
         return CMPI_RC_OK;
     }
     case CMPI_string: {
-        if (!member<decltype(CMPIValue::string)>(value))
+        const CMPIString* in = member<decltype(CMPIValue::string)>(value);
+        if (!in)
             return CMPI_RC_OK;
-        if (HostString* s = HostString::from(member<decltype(CMPIValue::string)>(value))) {
-            store(s->copy(), where, out);
+        if (HostString* s = HostString::from(in)) {
+            if (s->shared() && where == Placement::Parent) {
+                out.value.string = StringTable::retain(s)->cmpi();
+                out.state = CMPI_goodValue;
+                return CMPI_RC_OK;
+            }
+            storeText(broker, s->text(), s->length(), where, out);
             return CMPI_RC_OK;
         }
-        if (!member<decltype(CMPIValue::string)>(value)->ft)
+        if (!in->ft)
             return CMPI_RC_ERR_INVALID_HANDLE;
-        const char* text = HostString::textOf(member<decltype(CMPIValue::string)>(value));
-        store(HostString::create(broker, text, text ? std::strlen(text) : 0), where, out);
+        const char* text = HostString::textOf(in);
+        storeText(broker, text, text ? std::strlen(text) : 0, where, out);
         return CMPI_RC_OK;
     }
     default: {
@@ -288,7 +307,10 @@ bool DataCopy::inScopeMemory(const CMPIData& data) noexcept {
 void DataCopy::destroy(CMPIData& data) noexcept {
     if (!(data.state & CMPI_nullValue) && holdsObject(data.type)) {
         HostObject* o = HostObject::fromCmpi(objectOf(data));
-        if (o && o->owner() == HostObject::Owner::Parent)
+        HostString* s = data.type == CMPI_string ? HostString::from(data.value.string) : nullptr;
+        if (s && s->shared())
+            StringTable::release(s);
+        else if (o && o->owner() == HostObject::Owner::Parent)
             delete o;
     }
     data = null(data.type);

@@ -1,6 +1,7 @@
 // The host's CMPIString: an immutable text stored right behind the object in one allocation.
 // Its handle is the text itself (null for a string made from a null text), because the standard
-// CMGetCharPtr macro reads the handle directly.
+// CMGetCharPtr macro reads the handle directly. A string in the StringTable is shared by every
+// kept object holding its text; it is a part of each, and CMRelease leaves it alone.
 #ifndef DIAGCORE_HOST_HOSTSTRING_H
 #define DIAGCORE_HOST_HOSTSTRING_H
 
@@ -8,7 +9,9 @@
 
 #include <cmpift.h>
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 namespace NQORVA20::host {
 
@@ -29,6 +32,8 @@ public:
     CMPIString* cmpi() { return &face_.s; }
     const char* text() const { return static_cast<const char*>(face_.s.hdl); }
     std::size_t length() const { return length_; }
+    // Whether the string is the StringTable's, held by the objects that keep it.
+    bool shared() const { return holders_.load(std::memory_order_relaxed) != 0; }
     HostObject* copy() const override;
     void* cmpiObject() override { return &face_.s; }
 
@@ -39,8 +44,11 @@ private:
         CMPIString s;
         HostString* self;
     };
+    friend class StringTable;
     HostString(Broker& broker, char* text, std::size_t length);
 
+    // Zero for a string of one owner.
+    std::atomic<std::uint32_t> holders_{0};
     Face face_;
     std::size_t length_;
 };

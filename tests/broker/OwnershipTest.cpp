@@ -4,11 +4,14 @@
 
 #include "host/CallArena.h"
 #include "host/HostObject.h"
+#include "host/HostString.h"
 #include "host/ObjectPool.h"
 #include "host/ScopeMemory.h"
+#include "host/StringTable.h"
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -315,6 +318,87 @@ TEST_F(OwnershipTest, ScopeMemoryChunksReturnWhenTheirLastBlockIsFreedOnAnyThrea
     ScopeMemory::deallocate(next);
     ScopeMemory::deallocate(kept);
     ScopeMemory::scopeClosed();
+}
+
+// Kept objects share one string per text; each holder lets go of it on its own, and the last
+// one takes it out of the table. Changing a value replaces the holder's string, never the text.
+TEST_F(OwnershipTest, KeptCopiesOfOneTextShareOneStringUntilTheLastLetsGo) {
+    const std::size_t before = StringTable::size();
+    CMPIInstance* first = nullptr;
+    CMPIInstance* second = nullptr;
+    {
+        CallScope scope(*broker);
+        CMPIInstance* inst = instance("Test_Record");
+        setChars(inst, "Text", "one caption for every record");
+        first = CMClone(inst, nullptr);
+        second = CMClone(inst, nullptr);
+    }
+    EXPECT_EQ(StringTable::size(), before + 1);
+    CMPIString* shared = CMGetProperty(first, "Text", nullptr).value.string;
+    EXPECT_EQ(CMGetProperty(second, "Text", nullptr).value.string, shared);
+    EXPECT_EQ(CMRelease(shared).rc, CMPI_RC_OK);
+    CMPIString* own = CMClone(shared, nullptr);
+    EXPECT_NE(own, shared);
+
+    setChars(first, "Text", "changed on one record");
+    EXPECT_EQ(stringProperty(second, "Text"), "one caption for every record");
+    EXPECT_EQ(StringTable::size(), before + 2);
+    CMRelease(first);
+    EXPECT_EQ(StringTable::size(), before + 1);
+    CMRelease(second);
+    EXPECT_EQ(StringTable::size(), before);
+    EXPECT_STREQ(CMGetCharPtr(own), "one caption for every record");
+    CMRelease(own);
+}
+
+// Enough texts to grow the table several times, then most taken out again (closing gaps in the
+// probe sequences and shrinking it): every text still held is found as the string it was.
+TEST_F(OwnershipTest, StringTableFindsEveryHeldTextAfterOthersAreTakenOut) {
+    const std::size_t before = StringTable::size();
+    std::vector<std::string> texts;
+    std::vector<HostString*> held;
+    for (int i = 0; i < 3000; ++i) {
+        texts.push_back("text " + std::to_string(i * 7919 % 3001));
+        held.push_back(StringTable::acquire(*broker, texts.back().data(), texts.back().size()));
+    }
+    EXPECT_EQ(StringTable::size(), before + texts.size());
+    for (std::size_t i = 0; i < texts.size(); ++i)
+        if (i % 23 != 0) {
+            StringTable::release(held[i]);
+            held[i] = nullptr;
+        }
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        HostString* again = StringTable::acquire(*broker, texts[i].data(), texts[i].size());
+        if (held[i]) {
+            EXPECT_EQ(again, held[i]) << texts[i];
+        }
+        EXPECT_EQ(std::string(again->text(), again->length()), texts[i]);
+        StringTable::release(again);
+    }
+    for (HostString* s : held)
+        if (s)
+            StringTable::release(s);
+    EXPECT_EQ(StringTable::size(), before);
+}
+
+// Two threads taking and letting go of the same texts, by lookup and by holding on to a held
+// string, leave nothing behind and never free a string another still holds.
+TEST_F(OwnershipTest, StringHoldersOnTwoThreadsLeaveNoStringBehind) {
+    const std::size_t before = StringTable::size();
+    auto churn = [this](int seed) {
+        for (int i = 0; i < 20000; ++i) {
+            const std::string text = "busy " + std::to_string((i + seed) % 5);
+            HostString* s = StringTable::acquire(*broker, text.data(), text.size());
+            HostString* again = StringTable::retain(s);
+            StringTable::release(s);
+            ASSERT_EQ(std::string(again->text(), again->length()), text);
+            StringTable::release(again);
+        }
+    };
+    std::thread other(churn, 1);
+    churn(0);
+    other.join();
+    EXPECT_EQ(StringTable::size(), before);
 }
 
 } // namespace NQORVA20::host::test
