@@ -307,11 +307,13 @@ bool DataCopy::inScopeMemory(const CMPIData& data) noexcept {
 void DataCopy::destroy(CMPIData& data) noexcept {
     if (!(data.state & CMPI_nullValue) && holdsObject(data.type)) {
         HostObject* o = HostObject::fromCmpi(objectOf(data));
-        HostString* s = data.type == CMPI_string ? HostString::from(data.value.string) : nullptr;
-        if (s && s->shared())
-            StringTable::release(s);
-        else if (o && o->owner() == HostObject::Owner::Parent)
-            delete o;
+        if (o && o->owner() == HostObject::Owner::Parent) {
+            // A shared string is a part of every object holding it.
+            if (o->kind() == HostObject::Kind::String && static_cast<HostString*>(o)->shared())
+                StringTable::release(static_cast<HostString*>(o));
+            else
+                delete o;
+        }
     }
     data = null(data.type);
 }
