@@ -64,7 +64,8 @@ protected:
         try {
             classes.loadFile(kOwnMof, kCimv2);
             pegasus.loadFile(kPegasusClasses, kCimv2);
-            pegasus.loadFile(kPegasusRegistration, kCimv2);
+            // Named on the command line, as cimmof -n root/PG_InterOp does.
+            pegasus.loadFile(kPegasusRegistration, kInterop);
             sections = ProviderRegistration::readFile(kSfcbRegistration);
         } catch (const std::exception& e) {
             loadError = e.what();
