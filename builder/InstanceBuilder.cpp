@@ -2,6 +2,7 @@
 
 #include "common/CoreLog.h"
 #include "instance/CMPIUtil.h"
+#include "instance/SystemIdentity.h"
 
 #include <cmpift.h>
 
@@ -104,8 +105,6 @@ ParseInstanceImpl::ParseInstanceImpl() = default;
 ParseInstanceImpl::~ParseInstanceImpl() = default;
 void ParseInstanceImpl::init() {}
 
-const char* const InstanceBuilder::builderHostName = "localhost";
-
 InstanceBuilder::InstanceBuilder(std::string nameSpace) : nameSpace_(std::move(nameSpace)) {}
 
 InstanceBuilder::~InstanceBuilder() = default;
@@ -121,7 +120,7 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
     CMPIObjectPath* path =
         broker->eft->newObjectPath(broker, nameSpace_.c_str(), className.c_str(), nullptr);
     if (path != nullptr && path->ft != nullptr)
-        path->ft->setHostname(path, builderHostName);
+        path->ft->setHostname(path, SystemIdentity::HostName().c_str());
     if (path == nullptr || path->hdl == nullptr || path->ft == nullptr) {
         coreLog(broker, LogWarning, "InstanceBuilder::build -> Invalid object found");
         coreLog(broker, LogDebug, "Exiting InstanceBuilder::build");
@@ -173,13 +172,11 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
         return nullptr;
     CMPIObjectPath* path =
         broker->eft->newObjectPath(broker, nameSpace.c_str(), className.c_str(), nullptr);
-    if (path != nullptr && path->ft != nullptr)
-        path->ft->setHostname(path, builderHostName);
     if (path == nullptr || path->hdl == nullptr || path->ft == nullptr) {
         coreLog(broker, LogDebug, "Null Object Path");
         return nullptr;
     }
-    path->ft->setHostname(path, builderHostName);
+    path->ft->setHostname(path, SystemIdentity::HostName().c_str());
     CMPIInstance* result = broker->eft->newInstance(broker, path, nullptr);
     if (result == nullptr || result->ft == nullptr) {
         coreLog(broker, LogDebug, "Null Object Path");

@@ -39,9 +39,6 @@ public:
 
 class DIAGCORE_EXPORT InstanceBuilder {
 public:
-    // The host name set on every object path the builder makes.
-    static const char* const builderHostName;
-
     explicit InstanceBuilder(std::string nameSpace);
     virtual ~InstanceBuilder();
 

@@ -1,6 +1,8 @@
 #include "entry/AssociationLookup.h"
 
 #include "common/CoreLog.h"
+#include "common/ProviderScope.h"
+#include "entry/ResultCopy.h"
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
 
@@ -11,8 +13,7 @@
 namespace NQORVA20 {
 
 void ReturnInstance(const CMPIResult* result, CMPIInstance* association) {
-    if (result != nullptr && result->ft != nullptr)
-        result->ft->returnInstance(result, association);
+    ReturnInstanceCopy(result, association);
 }
 
 void ReturnObjectPath(const CMPIResult* result, CMPIInstance* association) {
@@ -54,20 +55,51 @@ bool HasReferenceTo(const CMPIBroker* broker, CMPIInstance* association, std::st
     return false;
 }
 
+namespace {
+
+bool HasScalarReference(CMPIInstance* instance) {
+    const CMPICount count = instance->ft->getPropertyCount(instance, nullptr);
+    for (CMPICount i = 0; i < count; ++i) {
+        CMPIData data = instance->ft->getPropertyAt(instance, i, nullptr, nullptr);
+        if (data.type == CMPI_ref)
+            return true;
+    }
+    return false;
+}
+
+void AssociationsOfClass(const CMPIBroker* broker, const CMPIResult* result,
+                         const std::string& sourceText, const std::string& assocClass,
+                         bool onlyWithReferences, const char* resultClass, const char* role,
+                         const char* resultRole, ReturnFunction returnFn) {
+    std::vector<CMPIInstance*> associations;
+    InstanceRegistry::Singleton()->GetCMPIInstances(broker, assocClass, associations);
+    if (associations.empty() || (onlyWithReferences && !HasScalarReference(associations.front())))
+        return;
+    for (CMPIInstance* association : associations) {
+        if (!HasReferenceTo(broker, association, sourceText, role, IsRefInstanceMatch))
+            continue;
+        if (resultClass == nullptr ||
+            HasReferenceTo(broker, association, resultClass, resultRole, IsRefClassMatch))
+            returnFn(result, association);
+    }
+}
+
+} // namespace
+
 void AssociatorsImpl(const CMPIBroker* broker, const CMPIResult* result,
                      const CMPIObjectPath* source, const char* assocClass, const char* resultClass,
                      const char* role, const char* resultRole, ReturnFunction returnFn) {
+    const std::string sourceText = CMPIUtil::GetObjectPathString(source);
     if (assocClass != nullptr) {
-        const std::string sourceText = CMPIUtil::GetObjectPathString(source);
-        std::vector<CMPIInstance*> associations;
-        InstanceRegistry::Singleton()->GetCMPIInstances(broker, assocClass, associations);
-        for (CMPIInstance* association : associations) {
-            if (!HasReferenceTo(broker, association, sourceText, role, IsRefInstanceMatch))
-                continue;
-            if (resultClass == nullptr ||
-                HasReferenceTo(broker, association, resultClass, resultRole, IsRefClassMatch))
-                returnFn(result, association);
-        }
+        AssociationsOfClass(broker, result, sourceText, assocClass, false, resultClass, role,
+                            resultRole, returnFn);
+    } else {
+        // No class named (some object managers pass none when the client gave none): every
+        // association class this provider library filed, one class after another.
+        for (const std::string& classKey :
+             InstanceRegistry::Singleton()->ClassKeys(ProviderScope::current()))
+            AssociationsOfClass(broker, result, sourceText, classKey, true, resultClass, role,
+                                resultRole, returnFn);
     }
     if (result != nullptr && result->ft != nullptr)
         result->ft->returnDone(result);

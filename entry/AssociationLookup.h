@@ -15,10 +15,12 @@ using ReferenceMatch = bool (*)(const CMPIBroker*, CMPIObjectPath*, std::string)
 
 // Hands every instance of assocClass (registry order) that refers to source through role (any
 // reference property when null) and, when resultClass is given, to an object of resultClass
-// through resultRole, to returnFn; then returnDone. A null assocClass gives an empty result.
+// through resultRole, to returnFn; then returnDone. A null assocClass stands for every class
+// filed for the calling provider library whose instances hold references, in class-name order.
 void AssociatorsImpl(const CMPIBroker* broker, const CMPIResult* result,
                      const CMPIObjectPath* source, const char* assocClass, const char* resultClass,
                      const char* role, const char* resultRole, ReturnFunction returnFn);
+// Returns a copy of the association, never the registry's own instance.
 void ReturnInstance(const CMPIResult* result, CMPIInstance* association);
 void ReturnObjectPath(const CMPIResult* result, CMPIInstance* association);
 // Whether the named reference property (every scalar reference property when null) matches.

@@ -23,6 +23,14 @@
 
 #define DIAGCORE_PROVIDER_SYMBOL extern "C" __attribute__((visibility("default")))
 
+// Runs the start-up if needed; a call that may not go on answers the start-up's status.
+#define DIAGCORE_PROVIDER_STARTED(pn, ctx)                                                         \
+    do {                                                                                           \
+        CMPIStatus started = pn##_startup.ensure(pn##_broker.load(), ctx);                         \
+        if (started.rc != CMPI_RC_OK)                                                              \
+            return started;                                                                        \
+    } while (0)
+
 #define DIAGCORE_PROVIDER(pn, startupFunction)                                                     \
     static std::atomic<const CMPIBroker*> pn##_broker{nullptr};                                    \
     static NQORVA20::ProviderStartup pn##_startup(startupFunction);                                \
@@ -33,20 +41,20 @@
     }                                                                                              \
     static CMPIStatus pn##_EnumInstanceNames(CMPIInstanceMI* mi, const CMPIContext* ctx,           \
                                              const CMPIResult* rslt, const CMPIObjectPath* op) {   \
-        pn##_startup.ensure(pn##_broker.load(), ctx);                                              \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
         return DiagServiceProviderCommonEnumInstanceNames(pn##_broker.load(), mi, ctx, rslt, op);  \
     }                                                                                              \
     static CMPIStatus pn##_EnumInstances(CMPIInstanceMI* mi, const CMPIContext* ctx,               \
                                          const CMPIResult* rslt, const CMPIObjectPath* op,         \
                                          const char** props) {                                     \
-        pn##_startup.ensure(pn##_broker.load(), ctx);                                              \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
         return DiagServiceProviderCommonEnumInstances(pn##_broker.load(), mi, ctx, rslt, op,       \
                                                       props);                                      \
     }                                                                                              \
     static CMPIStatus pn##_GetInstance(CMPIInstanceMI* mi, const CMPIContext* ctx,                 \
                                        const CMPIResult* rslt, const CMPIObjectPath* op,           \
                                        const char** props) {                                       \
-        pn##_startup.ensure(pn##_broker.load(), ctx);                                              \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
         return DiagServiceProviderCommonGetInstance(pn##_broker.load(), mi, ctx, rslt, op, props); \
     }                                                                                              \
     static CMPIStatus pn##_CreateInstance(CMPIInstanceMI* mi, const CMPIContext* ctx,              \
@@ -79,7 +87,7 @@
     static CMPIStatus pn##_InvokeMethod(CMPIMethodMI* mi, const CMPIContext* ctx,                  \
                                         const CMPIResult* rslt, const CMPIObjectPath* op,          \
                                         const char* method, const CMPIArgs* in, CMPIArgs* out) {   \
-        pn##_startup.ensure(pn##_broker.load(), ctx);                                              \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
         return DiagServiceProviderCommonInvokeMethod(pn##_broker.load(), mi, ctx, rslt, op,        \
                                                      method, in, out);                             \
     }                                                                                              \
@@ -92,7 +100,7 @@
         CMPIAssociationMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,                     \
         const CMPIObjectPath* op, const char* assocClass, const char* resultClass,                 \
         const char* role, const char* resultRole, const char** props) {                            \
-        pn##_startup.ensure(pn##_broker.load(), ctx);                                              \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
         return DiagServiceProviderCommonAssociators(pn##_broker.load(), mi, ctx, rslt, op,         \
                                                     assocClass, resultClass, role, resultRole,     \
                                                     props);                                        \
@@ -101,7 +109,7 @@
                                            const CMPIResult* rslt, const CMPIObjectPath* op,       \
                                            const char* assocClass, const char* resultClass,        \
                                            const char* role, const char* resultRole) {             \
-        pn##_startup.ensure(pn##_broker.load(), ctx);                                              \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
         return DiagServiceProviderCommonAssociatorNames(                                           \
             pn##_broker.load(), mi, ctx, rslt, op, assocClass, resultClass, role, resultRole);     \
     }                                                                                              \

@@ -4,6 +4,7 @@
 #include "common/Prefetch.h"
 #include "entry/AssociationLookup.h"
 #include "entry/EntryGuard.h"
+#include "entry/ResultCopy.h"
 #include "instance/InstanceRegistry.h"
 
 #include <cmpift.h>
@@ -25,6 +26,15 @@ CMPIStatus status(CMPIrc rc) {
 
 bool usable(const CMPIResult* result) {
     return result != nullptr && result->ft != nullptr;
+}
+
+// The broker could not make the copy an answer is given: the request fails rather than hand
+// over the registry's own instance.
+CMPIStatus copyFailed(const CMPIBroker* broker) {
+    CMPIStatus failed = status(CMPI_RC_ERR_FAILED);
+    if (broker != nullptr && broker->eft != nullptr)
+        failed.msg = broker->eft->newString(broker, "Could not copy the instance", nullptr);
+    return failed;
 }
 
 void returnDone(const CMPIResult* result) {
@@ -72,7 +82,8 @@ CMPIStatus DiagServiceProviderCommonEnumInstances(const CMPIBroker* broker, CMPI
         if (usable(rslt))
             for (std::size_t i = 0; i < instances.size(); ++i) {
                 NQORVA20::prefetchAhead(instances, i);
-                rslt->ft->returnInstance(rslt, instances[i]);
+                if (!NQORVA20::ReturnInstanceCopy(rslt, instances[i]))
+                    return copyFailed(broker);
             }
         returnDone(rslt);
         return status(CMPI_RC_OK);
@@ -92,8 +103,8 @@ CMPIStatus DiagServiceProviderCommonGetInstance(const CMPIBroker* broker, CMPIIn
                     broker->eft->newString(broker, "Could not find or construct instance", nullptr);
             return miss;
         }
-        if (usable(rslt))
-            rslt->ft->returnInstance(rslt, inst);
+        if (!NQORVA20::ReturnInstanceCopy(rslt, inst))
+            return copyFailed(broker);
         returnDone(rslt);
         return status(CMPI_RC_OK);
     });

@@ -1,8 +1,12 @@
 // Runs a provider library's start-up (creating and registering its services, settings,
 // capabilities, logs and associations) once per process, before the first operation it serves.
-// Other threads wait for it to finish; a call that the start-up itself causes on its own thread
-// (an upcall that enumerates the provider's own element class) goes ahead at once. A start-up
-// that throws is logged and not run again.
+//
+// A call on the start-up's own thread goes ahead at once, and so does a call on another thread
+// while the start-up waits for the object manager to answer an upcall (an object manager may
+// serve the upcall by calling this provider on another thread): both are answered from what is
+// already published. Any other call waits for the start-up, but never longer than the wait
+// limit; then it is refused with CMPI_RC_ERR_FAILED, "provider start-up is still running". A
+// start-up that throws is logged and not run again.
 #ifndef DIAGCORE_ENTRY_PROVIDERSTARTUP_H
 #define DIAGCORE_ENTRY_PROVIDERSTARTUP_H
 
@@ -10,6 +14,8 @@
 
 #include <cmpidt.h>
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -19,9 +25,13 @@ namespace NQORVA20 {
 class DIAGCORE_EXPORT ProviderStartup {
 public:
     using Function = void (*)(const CMPIBroker* broker, const CMPIContext* ctx);
+    static constexpr std::chrono::milliseconds defaultWaitLimit{std::chrono::seconds(30)};
 
-    explicit ProviderStartup(Function function);
-    void ensure(const CMPIBroker* broker, const CMPIContext* ctx) noexcept;
+    explicit ProviderStartup(Function function,
+                             std::chrono::milliseconds waitLimit = defaultWaitLimit);
+    // Runs the start-up if nobody has, and names this provider as the one the thread serves.
+    // CMPI_RC_OK when the call may go on.
+    CMPIStatus ensure(const CMPIBroker* broker, const CMPIContext* ctx) noexcept;
     bool done();
 
     // What a generated cleanup answers: the core's status on a terminating cleanup, and
@@ -30,11 +40,16 @@ public:
 
 private:
     enum class State { NotStarted, Running, Done };
+    void run(const CMPIBroker* broker, const CMPIContext* ctx) noexcept;
+
     Function function_;
+    std::chrono::milliseconds waitLimit_;
     std::mutex mutex_;
     std::condition_variable finished_;
     State state_ = State::NotStarted;
     std::thread::id runner_;
+    // Upcalls the start-up has made and the object manager has not yet answered.
+    std::atomic<int> upcalls_{0};
 };
 
 } // namespace NQORVA20

@@ -1,6 +1,7 @@
 #include "factory/AvailServiceFactory.h"
 
 #include "common/Constants.h"
+#include "common/ProviderScope.h"
 #include "diag/AvailableDiagnosticService.h"
 #include "diag/DecimalText.h"
 #include "instance/CMPIUtil.h"
@@ -22,6 +23,7 @@ CMPIEnumeration* AvailServiceFactory::EnumerateUsers(const CMPIBroker* broker,
         broker->eft->newObjectPath(broker, cimNameSpace, className.c_str(), nullptr);
     if (path == nullptr)
         return nullptr;
+    ProviderScope::StartupUpcall upcall;
     return CBEnumInstances(broker, ctx, path, nullptr, nullptr);
 }
 

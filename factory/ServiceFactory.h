@@ -23,7 +23,8 @@ public:
                                        unsigned int& count) = 0;
     virtual ~ServiceFactory();
 
-    // makeServices' table, unchanged; count is written only by makeServices.
+    // makeServices' table, unchanged; count is written only by makeServices. The system name is
+    // the object manager's ZORQ_ComputerSystem's, else the one recorded in SystemIdentity.
     DiagService** CreateServices(const CMPIBroker* broker, const CMPIContext* ctx,
                                  unsigned int& count);
 };

@@ -82,7 +82,9 @@ CMPIEnumeration* enumerationOf(Broker& b, std::vector<T*> objects, CMPIType type
         for (T* o : objects) {
             CMPIData d{};
             d.type = type;
-            d.state = CMPI_goodValue;
+            // A strict broker answers as an object manager whose enumerations mark a valid
+            // instance null.
+            d.state = b.strict() && type == CMPI_instance ? CMPI_nullValue : CMPI_goodValue;
             if constexpr (std::is_same_v<T, CMPIInstance>)
                 d.value.inst = o;
             else
@@ -393,6 +395,7 @@ struct Broker::Impl {
     LogSink& log;
     const PathDialect dialect;
     std::atomic<Dispatcher*> dispatcher{nullptr};
+    std::atomic<bool> strict{false};
     CallArena arena;
     FaultInjector faults;
 };
@@ -422,6 +425,14 @@ const ClassRepository& Broker::classes() const {
 }
 LogSink& Broker::log() const {
     return impl_->log;
+}
+
+void Broker::setStrict(bool strict) {
+    impl_->strict.store(strict);
+}
+
+bool Broker::strict() const {
+    return impl_->strict.load();
 }
 
 void Broker::setDispatcher(Dispatcher* dispatcher) {

@@ -35,6 +35,11 @@ public:
     static Broker* from(const CMPIBroker* broker);
 
     PathDialect dialect() const;
+    // Strict: the broker behaves as the harsher of the real object managers where they differ:
+    // an enumeration marks each instance it holds null in its data state, and a result sink
+    // filters the instances handed to it in place (see ResultSink).
+    void setStrict(bool strict);
+    bool strict() const;
     const ClassRepository& classes() const;
     LogSink& log() const;
 

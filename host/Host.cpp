@@ -6,6 +6,7 @@
 #include "host/ClassRepository.h"
 #include "host/LogSink.h"
 #include "host/ObjectPathText.h"
+#include "host/OtherThreadDispatcher.h"
 #include "host/ProviderManager.h"
 #include "host/ResultSink.h"
 
@@ -19,6 +20,15 @@ namespace {
 
 const char* orNull(const std::string& s) {
     return s.empty() ? nullptr : s.c_str();
+}
+
+// A property list as CMPI passes it: the names, then a null.
+std::vector<const char*> listOf(const std::vector<std::string>& properties) {
+    std::vector<const char*> list;
+    for (const std::string& p : properties)
+        list.push_back(p.c_str());
+    list.push_back(nullptr);
+    return list;
 }
 
 std::string text(const CMPIString* s) {
@@ -49,6 +59,11 @@ Host::Host(Options options)
       log_(std::make_unique<LogSink>()),
       broker_(std::make_unique<Broker>(*classes_, *log_, options.dialect)),
       providers_(std::make_unique<ProviderManager>(*broker_, *log_)) {
+    broker_->setStrict(options.strict);
+    if (options.upcallsOnOtherThread) {
+        upcalls_ = std::make_unique<OtherThreadDispatcher>(*providers_);
+        broker_->setDispatcher(upcalls_.get());
+    }
     for (const std::string& dir : options.providerPath)
         providers_->addProviderDir(dir);
     if (options.logEchoLevel > 0)
@@ -57,6 +72,8 @@ Host::Host(Options options)
 
 Host::~Host() {
     providers_->shutdown();
+    if (upcalls_)
+        broker_->setDispatcher(nullptr);
 }
 
 void Host::loadMof(const std::string& path, const std::string& ns) {
@@ -121,6 +138,17 @@ OperationResult Host::enumerateInstances(const std::string& ns, const std::strin
     });
 }
 
+OperationResult Host::enumerateInstances(const std::string& ns, const std::string& className,
+                                         const std::vector<std::string>& properties) {
+    CallScope scope(*broker_);
+    const CMPIBroker* mb = broker_->cmpi();
+    CMPIObjectPath* path = mb->eft->newObjectPath(mb, ns.c_str(), className.c_str(), nullptr);
+    std::vector<const char*> list = listOf(properties);
+    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+        return providers_->enumerateInstances(ctx, op, list.data(), r.sink());
+    });
+}
+
 OperationResult Host::enumerateInstanceNames(const std::string& ns, const std::string& className) {
     CallScope scope(*broker_);
     const CMPIBroker* mb = broker_->cmpi();
@@ -140,6 +168,15 @@ OperationResult Host::getInstance(const std::string& pathText) {
     return runText(pathText,
                    [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
                        return providers_->getInstance(ctx, op, nullptr, r.sink());
+                   });
+}
+
+OperationResult Host::getInstance(const std::string& pathText,
+                                  const std::vector<std::string>& properties) {
+    std::vector<const char*> list = listOf(properties);
+    return runText(pathText,
+                   [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+                       return providers_->getInstance(ctx, op, list.data(), r.sink());
                    });
 }
 

@@ -21,6 +21,7 @@ namespace NQORVA20::host {
 
 class Broker;
 class ClassRepository;
+class Dispatcher;
 class LogSink;
 class ProviderManager;
 
@@ -31,6 +32,11 @@ public:
         std::vector<std::string> providerPath; // folders holding lib<location>.so
         int logEchoLevel = 0;                  // echo log entries of severity 1..level; 0: none
         std::ostream* logEcho = nullptr;       // where to echo; std::cerr when null
+        // Serve providers' upcalls on another thread, as OpenPegasus does, instead of on the
+        // calling thread.
+        bool upcallsOnOtherThread = false;
+        // The broker's strict mode (see Broker::setStrict).
+        bool strict = false;
     };
     using Arguments = std::vector<std::pair<std::string, CMPIData>>;
 
@@ -59,9 +65,14 @@ public:
     // does not parse answers CMPI_RC_ERR_INVALID_PARAMETER with the parser's message. Empty
     // filter strings mean "not given".
     OperationResult enumerateInstances(const std::string& ns, const std::string& className);
+    // With a property list: the request asks for those properties only.
+    OperationResult enumerateInstances(const std::string& ns, const std::string& className,
+                                       const std::vector<std::string>& properties);
     OperationResult enumerateInstanceNames(const std::string& ns, const std::string& className);
     OperationResult getInstance(const CMPIObjectPath* path);
     OperationResult getInstance(const std::string& pathText);
+    OperationResult getInstance(const std::string& pathText,
+                                const std::vector<std::string>& properties);
     OperationResult createInstance(const CMPIInstance* instance);
     OperationResult deleteInstance(const CMPIObjectPath* path);
     OperationResult deleteInstance(const std::string& pathText);
@@ -130,6 +141,7 @@ private:
     std::unique_ptr<LogSink> log_;
     std::unique_ptr<Broker> broker_;
     std::unique_ptr<ProviderManager> providers_;
+    std::unique_ptr<Dispatcher> upcalls_; // set when upcalls run on another thread
 };
 
 } // namespace NQORVA20::host

@@ -402,6 +402,7 @@ OperationStatus ProviderManager::callProvider(const ProviderRegistration& reg, M
         ~Release() { manager->release(library); }
     } release{this, library};
     ResultSink returned(broker_);
+    returned.setRequestProperties(out);
     {
         CallScope scope(broker_);
         CMPIContext* ctx = contextFor(ns, callerCtx);
@@ -772,6 +773,7 @@ OperationStatus ProviderManager::onStepClass(const Step& step, const Target& tar
 OperationStatus ProviderManager::enumerate(const CMPIContext* ctx, const CMPIObjectPath* op,
                                            const char** properties, bool namesOnly,
                                            ResultSink& out) {
+    out.setRequestProperties(properties);
     return routed("enumerate", ctx, op, [&](const Target& target) -> OperationStatus {
         for (const Step& step : enumerationSteps(target)) {
             OperationStatus result;
@@ -807,6 +809,7 @@ OperationStatus ProviderManager::enumerateInstances(const CMPIContext* ctx,
 
 OperationStatus ProviderManager::getInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
                                              const char** properties, ResultSink& out) {
+    out.setRequestProperties(properties);
     return routed("getInstance", ctx, op, [&](const Target& target) -> OperationStatus {
         const ProviderRegistration* reg =
             find(target.ns, target.className, ProviderRegistration::Instance);
@@ -893,6 +896,7 @@ OperationStatus ProviderManager::associatorsOf(const CMPIContext* ctx, const CMP
                                                const char* role, const char* resultRole,
                                                const char** properties, bool namesOnly,
                                                ResultSink& out) {
+    out.setRequestProperties(properties);
     return routed("associators", ctx, op, [&](const Target& target) -> OperationStatus {
         OperationStatus result;
         if (given(resultClass) && !classes_.findClass(target.ns, resultClass))
@@ -903,13 +907,22 @@ OperationStatus ProviderManager::associatorsOf(const CMPIContext* ctx, const CMP
         result = associationSteps(target.ns, assocClass, steps);
         if (!result.ok())
             return result;
+        // sfcb hands a request without an association class to each association provider once,
+        // with no class.
+        const bool noClass = !given(assocClass) && broker_.dialect() == PathDialect::Sfcb;
+        std::set<std::string> calledWithoutClass;
         for (const Step& step : steps) {
+            if (step.provider && noClass &&
+                !calledWithoutClass
+                     .insert(step.provider->location + "\n" + step.provider->providerName)
+                     .second)
+                continue;
             if (step.provider) {
                 result = callProvider(
                     *step.provider, MiKind::Association, target.ns, ctx, out,
                     [&](void* mi, const CMPIContext* c, const CMPIResult* r) {
                         auto* m = static_cast<CMPIAssociationMI*>(mi);
-                        const char* assoc = step.className.c_str();
+                        const char* assoc = noClass ? nullptr : step.className.c_str();
                         if (namesOnly)
                             return ifServed(m->ft->associatorNames, m, c, r, target.path, assoc,
                                             orNull(resultClass), orNull(role), orNull(resultRole));

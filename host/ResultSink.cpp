@@ -1,5 +1,7 @@
 #include "host/ResultSink.h"
 
+#include "host/Broker.h"
+#include "host/CimClass.h"
 #include "host/CmpiCall.h"
 #include "host/DataCopy.h"
 #include "host/HostError.h"
@@ -9,6 +11,7 @@
 #include <cmpift.h>
 
 #include <memory>
+#include <strings.h>
 
 namespace NQORVA20::host {
 
@@ -30,6 +33,8 @@ struct SinkState {
     std::vector<CMPIData> data;
     std::vector<CMPIError*> errors;
     bool done = false;
+    bool filtered = false;
+    std::vector<std::string> requestProperties;
 };
 
 using Impl = SinkState;
@@ -100,7 +105,28 @@ CMPIStatus returnObject(const CMPIResult* r, const T* object, std::vector<T*> Im
     });
 }
 
+// What a strict broker does to an instance it is handed: every property outside the request's
+// list, keys excepted, is set null in the provider's own object.
+void filterInPlace(const Impl& self, const CMPIInstance* inst) {
+    HostInstance* h = HostInstance::from(inst);
+    if (!h || !self.filtered || !self.broker.strict())
+        return;
+    const CimClass& cls = h->cimClass();
+    for (std::size_t i = 0; i < h->propertyCount(); ++i) {
+        const CimProperty& p = cls.properties[i];
+        if (p.key)
+            continue;
+        bool listed = false;
+        for (const std::string& name : self.requestProperties)
+            listed = listed || strcasecmp(name.c_str(), p.name.c_str()) == 0;
+        if (!listed)
+            h->set(i, nullptr, CMPI_null);
+    }
+}
+
 CMPIStatus resultReturnInstance(const CMPIResult* r, const CMPIInstance* inst) {
+    if (const Impl* self = implOf(r))
+        filterInPlace(*self, inst);
     return returnObject<HostInstance>(r, inst, &Impl::instances, ResultSink::Call::Instance);
 }
 
@@ -183,6 +209,18 @@ bool ResultSink::done() const {
 }
 void ResultSink::clear() {
     impl_->clear();
+}
+
+void ResultSink::setRequestProperties(const char** properties) {
+    impl_->requestProperties.clear();
+    impl_->filtered = properties != nullptr;
+    for (const char** p = properties; p && *p; ++p)
+        impl_->requestProperties.emplace_back(*p);
+}
+
+void ResultSink::setRequestProperties(const ResultSink& from) {
+    impl_->filtered = from.impl_->filtered;
+    impl_->requestProperties = from.impl_->requestProperties;
 }
 
 std::vector<CMPIInstance*> ResultSink::takeInstances() {

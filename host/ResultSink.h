@@ -6,6 +6,7 @@
 #include <cmpidt.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace NQORVA20::host {
@@ -33,6 +34,13 @@ public:
     const std::vector<CMPIError*>& errors() const;
     bool done() const;
     void clear();
+
+    // The property list of the request this sink answers (none: every property). Under a strict
+    // broker, returnInstance filters the instance it is given in place to that list before it
+    // takes its copy, as an object manager that edits and keeps the instances it is handed
+    // does; a provider that hands over an instance it keeps then sees the change.
+    void setRequestProperties(const char** properties);
+    void setRequestProperties(const ResultSink& from);
 
     // Hands over the instance (path) copies: from now on the caller owns each of them and must
     // release it. The sink's list is left empty.

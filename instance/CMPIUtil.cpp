@@ -1,6 +1,7 @@
 #include "instance/CMPIUtil.h"
 
 #include "common/Constants.h"
+#include "common/ProviderScope.h"
 
 #include <cmpift.h>
 #include <cmpimacs.h>
@@ -131,13 +132,18 @@ std::string GetSystemName(const CMPIBroker* broker, const CMPIContext* ctx) {
         broker->eft->newObjectPath(broker, cimNameSpace, "ZORQ_ComputerSystem", nullptr);
     if (path == nullptr)
         return std::string();
-    CMPIEnumeration* systems = CBEnumInstances(broker, ctx, path, nullptr, nullptr);
+    CMPIEnumeration* systems = nullptr;
+    {
+        ProviderScope::StartupUpcall upcall;
+        systems = CBEnumInstances(broker, ctx, path, nullptr, nullptr);
+    }
     if (systems == nullptr || systems->ft == nullptr || !systems->ft->hasNext(systems, nullptr))
         return std::string();
+    // The element is read as an instance whatever its type and state say: an object manager may
+    // mark a valid instance null in an enumeration.
     CMPIData first = systems->ft->getNext(systems, nullptr);
     CMPIInstance* system = first.value.inst;
-    if ((first.type != CMPI_instance) || (first.state & CMPI_nullValue) || system == nullptr ||
-        system->ft == nullptr)
+    if (system == nullptr || system->ft == nullptr)
         return std::string();
     CMPIData name = system->ft->getProperty(system, "Name", nullptr);
     if (name.type != CMPI_string || (name.state & CMPI_nullValue))

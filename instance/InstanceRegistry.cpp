@@ -4,6 +4,7 @@
 #include "common/Constants.h"
 #include "common/CoreLog.h"
 #include "common/Prefetch.h"
+#include "common/ProviderScope.h"
 #include "instance/CMPIUtil.h"
 
 #include <cmpift.h>
@@ -70,8 +71,11 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
         auto record = std::make_unique<Instance>(impl, clone);
         superseded_.reserve(superseded_.size() + 1);
         InstanceContainer*& container = instanceContainers[classKey];
-        if (container == nullptr)
+        if (container == nullptr) {
+            owners_.reserve(owners_.size() + 1);
             container = new InstanceContainer;
+            owners_.emplace(container, ProviderScope::current());
+        }
         Instance*& slot = entry(*container, pathText);
         Ordered& ordered = ordered_[container];
         impl->setObjectPath(pathText);
@@ -198,6 +202,19 @@ void InstanceRegistry::GetCMPIInstances(const CMPIBroker*, std::string className
     constexpr std::size_t keptScratch = (std::size_t{4} << 20) / sizeof(Keyed);
     if (keyed.capacity() > keptScratch)
         std::vector<Keyed>().swap(keyed);
+}
+
+std::vector<std::string> InstanceRegistry::ClassKeys(const void* provider) {
+    std::vector<std::string> keys;
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& [classKey, container] : instanceContainers) {
+        if (container == nullptr)
+            continue;
+        auto owner = owners_.find(container);
+        if (provider == nullptr || (owner != owners_.end() && owner->second == provider))
+            keys.push_back(classKey);
+    }
+    return keys;
 }
 
 CMPIStatus InstanceRegistry::InvokeMethod(const CMPIBroker* broker, const CMPIContext* context,

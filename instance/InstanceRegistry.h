@@ -48,6 +48,10 @@ public:
                           std::vector<CMPIInstance*>& instances);
     void GetCMPIInstances(const CMPIBroker* broker, std::string className,
                           std::vector<CMPIInstance*>& instances);
+    // The normalised names of the classes filed, in byte order; with a provider given (a
+    // ProviderScope tag), only the classes whose first instance was filed while that provider
+    // was being served.
+    std::vector<std::string> ClassKeys(const void* provider);
     // Runs the method of the instance object filed under the path; CMPI_RC_ERR_NOT_FOUND when
     // there is none.
     CMPIStatus InvokeMethod(const CMPIBroker* broker, const CMPIContext* context,
@@ -80,6 +84,8 @@ private:
         bool stale = true;
     };
     std::unordered_map<const InstanceContainer*, Ordered> ordered_;
+    // The provider library each container was first filed for (null when none was named).
+    std::unordered_map<const InstanceContainer*, const void*> owners_;
     // Records replaced by a later registration under the same object-path text; kept, never read.
     std::vector<Instance*> superseded_;
     // Instance objects whose registration failed for want of a CMPIInstance; kept, never served.

@@ -3,12 +3,13 @@
 #include "diag/DiagServiceCapabilitiesData.h"
 #include "diag/DiagServiceSettingData.h"
 #include "diag/UseOfLog.h"
-#include "factory/AvailServiceFactory.h"
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
+#include "instance/SystemIdentity.h"
 #include "providers/common/DiagnosticLog.h"
 #include "providers/common/HostName.h"
 #include "providers/common/ProviderLog.h"
+#include "providers/common/PublishedUsersFactory.h"
 
 #include <memory>
 #include <vector>
@@ -42,6 +43,8 @@ std::string FamilyStartup::systemName(const CMPIBroker* broker, const CMPIContex
         ProviderLog::write(broker, ProviderLog::Warning,
                            "no ZORQ_ComputerSystem answered; using the host name " + name);
     }
+    // Services, elements and the host of every path agree on it.
+    SystemIdentity::Record(name);
     return name;
 }
 
@@ -97,7 +100,7 @@ unsigned int FamilyStartup::run(const CMPIBroker* broker, const CMPIContext* ctx
 
         std::vector<CMPIInstance*> existing;
         registry->GetCMPIInstances(broker, classes_.available, existing);
-        AvailServiceFactory associations;
+        PublishedUsersFactory associations;
         associations.CreateAvailableServices(broker, ctx, service, classes_.element,
                                              classes_.available,
                                              static_cast<unsigned int>(existing.size()) + 1, 1);

@@ -2,6 +2,7 @@
 // the source object, filtered by association class, role, result class and result role.
 #include "CoreTestSupport.h"
 
+#include "common/ProviderScope.h"
 #include "entry/DiagServiceProviderCommon.h"
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
@@ -123,13 +124,21 @@ TEST_P(AssociationTest, AssociatorNamesReturnsTheAssociationPaths) {
     EXPECT_EQ(sink.calls().back(), ResultSink::Call::Done);
 }
 
-TEST_P(AssociationTest, NullAssocClassAndReferenceCallsAnswerWithoutResults) {
-    ResultSink sink(host());
-    EXPECT_EQ(DiagServiceProviderCommonAssociators(broker(), nullptr, ctx(), sink.cmpi(), pathOf(a),
-                                                   nullptr, nullptr, nullptr, nullptr, nullptr)
-                  .rc,
-              CMPI_RC_OK);
-    EXPECT_EQ(sink.calls(), (std::vector<ResultSink::Call>{ResultSink::Call::Done}));
+TEST_P(AssociationTest, WithoutAnAssociationClassEveryClassOfTheCallingProviderIsAsked) {
+    EXPECT_EQ(notes("a", nullptr, nullptr, nullptr, nullptr),
+              (std::vector<std::string>{"ab", "ca"}));
+    EXPECT_EQ(notes("a", nullptr, nullptr, "Left", nullptr), (std::vector<std::string>{"ab"}));
+    EXPECT_EQ(notes("b", nullptr, "Core_Element", "Right", "Left"),
+              (std::vector<std::string>{"ab"}));
+    // The classes were filed while no provider library was named: another library's call
+    // without a class does not answer with them.
+    int otherLibrary = 0;
+    ProviderScope::enter(&otherLibrary);
+    EXPECT_TRUE(notes("a", nullptr, nullptr, nullptr, nullptr).empty());
+    ProviderScope::enter(nullptr);
+}
+
+TEST_P(AssociationTest, ReferenceCallsAreRefusedAndCleanupAnswersOk) {
     ResultSink refs(host());
     EXPECT_EQ(DiagServiceProviderCommonReferences(broker(), nullptr, ctx(), refs.cmpi(), pathOf(a),
                                                   nullptr, nullptr, nullptr)

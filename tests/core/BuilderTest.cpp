@@ -4,6 +4,7 @@
 #include "builder/InstanceBuilder.h"
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
+#include "instance/SystemIdentity.h"
 
 #include <cmath>
 
@@ -13,6 +14,7 @@ using NQORVA20::InstanceImpl;
 using NQORVA20::multiStringTok;
 using NQORVA20::ParseInstanceImpl;
 using NQORVA20::stringToDataType;
+using NQORVA20::SystemIdentity;
 
 namespace {
 
@@ -211,13 +213,20 @@ TEST_P(BuilderTest, ReferenceTextIsMaterialisedTwiceInTheBuildersNamespace) {
     EXPECT_EQ(allLines(), expected);
 }
 
-TEST_P(BuilderTest, EveryBuiltPathCarriesTheFixedHostName) {
+TEST_P(BuilderTest, EveryBuiltPathCarriesThisSystemsNameOnceKnownElseLocalhost) {
     Scratch s("Core_Builder");
     s["Name"] = "host";
-    CMPIInstance* inst = build(s);
-    CMPIObjectPath* op = inst->ft->getObjectPath(inst, nullptr);
-    CMPIString* host = op->ft->getHostname(op, nullptr);
-    EXPECT_STREQ(host->ft->getCharPtr(host, nullptr), InstanceBuilder::builderHostName);
+    auto hostOf = [&] {
+        CMPIInstance* inst = build(s);
+        CMPIObjectPath* op = inst->ft->getObjectPath(inst, nullptr);
+        CMPIString* host = op->ft->getHostname(op, nullptr);
+        return std::string(host->ft->getCharPtr(host, nullptr));
+    };
+    SystemIdentity::Clear();
+    EXPECT_EQ(hostOf(), "localhost");
+    SystemIdentity::Record("sys.example");
+    EXPECT_EQ(hostOf(), "sys.example");
+    SystemIdentity::Clear();
 }
 
 TEST_P(BuilderTest, DefinitionsTextSetsEachItemAndKeepsLaterEqualsInTheValue) {
