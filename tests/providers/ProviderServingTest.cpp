@@ -320,6 +320,9 @@ void sfcbDialectScenario() {
             rw = host->pathText(element->ft->getObjectPath(element, nullptr));
     check(host->associators(rw, "ZORQ_FSAvailableDiagService").instances().size() == 2,
           "the rw mount is associated with both services");
+    // sfcb passes no association class when the client names none.
+    check(host->associators(rw).instances().size() == 2,
+          "without a class, the rw mount's two associations and nothing else");
     auto health =
         runDiagnostic(*host, "ZORQ_FSDiagService", "FileSystemHealth", rw, "ZORQ_FSDiagRecord");
     check(health.ok && health.returnValue == 0 && health.record, "health passes on rw");

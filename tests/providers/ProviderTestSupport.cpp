@@ -181,6 +181,10 @@ ScopedEnvironment::~ScopedEnvironment() {
 std::unique_ptr<Host> makeHost(NQORVA20::host::PathDialect dialect) {
     Host::Options options;
     options.dialect = dialect;
+    // As harsh as the real object managers: upcalls answered on another thread, enumerations
+    // that mark instances null, result sinks that edit the instances they are handed.
+    options.upcallsOnOtherThread = true;
+    options.strict = true;
     options.providerPath.push_back(ZORQ_PROVIDER_DIR);
     auto host = std::make_unique<Host>(options);
     host->loadMof(DIAGCORE_SOURCE_DIR "/mof/diagcore.mof");

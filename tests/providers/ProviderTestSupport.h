@@ -64,7 +64,8 @@ private:
     std::optional<std::string> previous_;
 };
 
-// A host with the real MOF and registrations and the build tree's provider folder.
+// A host with the real MOF and registrations and the build tree's provider folder, serving
+// upcalls on another thread and in the broker's strict mode.
 std::unique_ptr<Host>
 makeHost(NQORVA20::host::PathDialect dialect = NQORVA20::host::PathDialect::Pegasus);
 // The process's host, serving the providers started on FakeSystem.
