@@ -186,6 +186,7 @@ inline DialectBroker& dialectBroker(PathDialect dialect) {
         auto* b = new DialectBroker;
         b->classes.loadText(coreMof());
         b->broker = std::make_unique<Broker>(b->classes, b->log, dialect);
+        b->broker->setStrict(true);
         brokers[index] = b;
     });
     return *brokers[index];

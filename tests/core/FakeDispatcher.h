@@ -1,10 +1,12 @@
 // A stand-in for the object manager's routing in core tests: enumerations of the classes it was
-// given answer with its instances; every other operation is not supported.
+// given answer with its instances; every other operation is not supported. Upcalls reach it on
+// another thread, as OpenPegasus serves them.
 #ifndef DIAGCORE_TESTS_CORE_FAKEDISPATCHER_H
 #define DIAGCORE_TESTS_CORE_FAKEDISPATCHER_H
 
 #include "host/Broker.h"
 #include "host/Dispatcher.h"
+#include "host/OtherThreadDispatcher.h"
 #include "host/ResultSink.h"
 
 #include <cmpift.h>
@@ -20,8 +22,8 @@ using NQORVA20::host::OperationStatus;
 
 class FakeDispatcher : public Dispatcher {
 public:
-    explicit FakeDispatcher(NQORVA20::host::Broker& broker) : broker_(broker) {
-        broker_.setDispatcher(this);
+    explicit FakeDispatcher(NQORVA20::host::Broker& broker) : broker_(broker), otherThread_(*this) {
+        broker_.setDispatcher(&otherThread_);
     }
     ~FakeDispatcher() override {
         broker_.setDispatcher(nullptr);
@@ -96,6 +98,7 @@ public:
 private:
     static OperationStatus no() { return OperationStatus::make(CMPI_RC_ERR_NOT_SUPPORTED); }
     NQORVA20::host::Broker& broker_;
+    NQORVA20::host::OtherThreadDispatcher otherThread_;
     std::map<std::string, std::vector<CMPIInstance*>> served_;
 };
 
