@@ -27,12 +27,22 @@ else()
   if(DIAGCORE_CMPI_INCLUDE_DIR)
     set(cmpi_dir "${DIAGCORE_CMPI_INCLUDE_DIR}")
   endif()
-  install(FILES ${cmpi_dir}/cmpidt.h ${cmpi_dir}/cmpift.h ${cmpi_dir}/cmpimacs.h
-                ${cmpi_dir}/cmpios.h DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi)
+  set(cmpi_headers ${cmpi_dir}/cmpidt.h ${cmpi_dir}/cmpift.h ${cmpi_dir}/cmpimacs.h
+                   ${cmpi_dir}/cmpios.h)
+  # Some header sets keep their platform selection in a fifth header that cmpios.h includes.
+  if(EXISTS ${cmpi_dir}/cmpipl.h)
+    list(APPEND cmpi_headers ${cmpi_dir}/cmpipl.h)
+  endif()
+  install(FILES ${cmpi_headers} DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi)
   set(DIAGCORE_PC_CMPI_CFLAGS "-I\${includedir}/diagcore/cmpi")
   target_include_directories(diagcore_cmpi INTERFACE
     $<INSTALL_INTERFACE:${DIAGCORE_INSTALL_INCLUDEDIR}/cmpi>)
 endif()
+# The definitions the headers need reach CMake users through the exported diagcore_cmpi target,
+# and pkg-config users through the Cflags.
+foreach(definition IN LISTS DIAGCORE_CMPI_DEFINITIONS)
+  string(APPEND DIAGCORE_PC_CMPI_CFLAGS " -D${definition}")
+endforeach()
 target_include_directories(diagcore PUBLIC $<INSTALL_INTERFACE:${DIAGCORE_INSTALL_INCLUDEDIR}>)
 
 install(TARGETS diagcore diagcore_cmpi EXPORT diagcoreTargets

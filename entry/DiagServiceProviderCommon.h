@@ -7,7 +7,8 @@
 
 #include "common/Export.h"
 
-#include <cmpidt.h>
+// The MI types are declared with the function tables, not with the data types.
+#include <cmpift.h>
 
 #ifdef __cplusplus
 extern "C" {

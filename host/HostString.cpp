@@ -21,14 +21,17 @@ CMPIString* stringClone(const CMPIString* s, CMPIStatus* rc) {
     });
 }
 
-char* stringGetCharPtr(const CMPIString* s, CMPIStatus* rc) {
+// getCharPtr answers char* in some header sets and const char* in others.
+using CharPtr = decltype(CMPIStringFT{}.getCharPtr(nullptr, nullptr));
+
+CharPtr stringGetCharPtr(const CMPIString* s, CMPIStatus* rc) {
     HostString* self = HostString::from(s);
     if (!self) {
         CmpiCall::set(rc, CMPI_RC_ERR_INVALID_HANDLE);
         return nullptr;
     }
     CmpiCall::set(rc, CMPI_RC_OK);
-    return const_cast<char*>(self->text());
+    return const_cast<CharPtr>(self->text());
 }
 
 CMPIStringFT stringTable = {CMPIVersion200, CmpiCall::release<HostString, CMPIString>, stringClone,

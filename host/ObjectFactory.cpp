@@ -344,7 +344,10 @@ CMPIString* getMessage(const CMPIBroker* mb, const char*, const char* defMsg, CM
     return s;
 }
 
-CMPIStatus logMessage(const CMPIBroker* mb, int severity, const char* id, const char* text,
+// The severity and level parameters are int in some header sets and CMPISeverity and CMPILevel
+// in others; each is deduced from the slot of the function table it fills.
+template <class Severity>
+CMPIStatus logMessage(const CMPIBroker* mb, Severity severity, const char* id, const char* text,
                       const CMPIString* string) {
     return CmpiCall::guardStatus([&] {
         Broker* b = Broker::from(mb);
@@ -354,19 +357,21 @@ CMPIStatus logMessage(const CMPIBroker* mb, int severity, const char* id, const 
         // sfcb implements no logMessage: the line is refused. The sink keeps it marked as
         // dropped, so tests still see what the provider sent, and never echoes it.
         const bool refused = b->dialect() == PathDialect::Sfcb;
-        b->log().write(severity, id ? id : "", line ? line : "", false, refused);
+        b->log().write(static_cast<int>(severity), id ? id : "", line ? line : "", false, refused);
         return CmpiCall::status(refused ? CMPI_RC_ERR_NOT_SUPPORTED : CMPI_RC_OK);
     });
 }
 
-CMPIStatus trace(const CMPIBroker* mb, int level, const char* component, const char* text,
+template <class Level>
+CMPIStatus trace(const CMPIBroker* mb, Level level, const char* component, const char* text,
                  const CMPIString* string) {
     return CmpiCall::guardStatus([&] {
         Broker* b = Broker::from(mb);
         if (!b)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
         const char* line = text ? text : HostString::textOf(string);
-        b->log().write(level, component ? component : "", line ? line : "", true, false);
+        b->log().write(static_cast<int>(level), component ? component : "", line ? line : "", true,
+                       false);
         return CmpiCall::status(CMPI_RC_OK);
     });
 }

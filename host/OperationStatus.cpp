@@ -14,7 +14,9 @@ OperationStatus OperationStatus::fromCmpi(const CMPIStatus& status) {
 }
 
 const char* rcName(CMPIrc rc) {
-    switch (rc) {
+    // On the number: header sets differ in which codes their enumeration lists, and a code not
+    // named here is given by number whichever set declares it.
+    switch (static_cast<int>(rc)) {
     case CMPI_RC_OK:
         return "CMPI_RC_OK";
     case CMPI_RC_ERR_FAILED:

@@ -31,7 +31,10 @@ char* resolveFileName(const char* filename) {
     return out;
 }
 
-CMPI_THREAD_TYPE newThread(CMPIThreadFunc start, void* parm, int detached) {
+// A thread's start function, spelled out because not every header set names its type.
+using ThreadFunc = CMPI_THREAD_RETURN(CMPI_THREAD_CDECL*)(void*);
+
+CMPI_THREAD_TYPE newThread(ThreadFunc start, void* parm, int detached) {
     if (!start)
         return nullptr;
     pthread_t thread{};
