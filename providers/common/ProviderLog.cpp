@@ -7,7 +7,8 @@ namespace NQORVA20::providers {
 void ProviderLog::write(const CMPIBroker* broker, Severity severity, const std::string& text) {
     if (broker == nullptr || broker->eft == nullptr || broker->eft->logMessage == nullptr)
         return;
-    broker->eft->logMessage(broker, severity, "zorq", text.c_str(), nullptr);
+    broker->eft->logMessage(broker, static_cast<CMPISeverity>(severity), "zorq", text.c_str(),
+                            nullptr);
 }
 
 } // namespace NQORVA20::providers
