@@ -20,6 +20,16 @@ using CimQualifiers = std::map<std::string, std::string>;
 // with CMPI_ARRAY (0x2000) added for arrays.
 using CimTypeCode = unsigned short;
 
+// One value as MOF writes it: a value of an instance declaration or a property's initializer.
+struct MofValue {
+    enum class Kind { Null, String, Integer, Real, Boolean, Char, Reference };
+    Kind kind = Kind::Null;
+    bool array = false;
+    // Scalar: one element. Array: every element. Texts are unquoted and unescaped; a Reference
+    // holds the object path text (an alias is resolved to the aliased instance's path text).
+    std::vector<std::string> elements;
+};
+
 struct CimProperty {
     std::string name;        // as declared
     CimTypeCode type = 0;    // CMPI type code, CMPI_ARRAY flag for arrays
@@ -28,6 +38,9 @@ struct CimProperty {
     std::string originClass; // the class that declared it first
     bool hasDefault = false; // a MOF initializer was given
     std::string defaultText; // that initializer as MOF value text (arrays joined by ",")
+    // The initializer as parsed, its kind that of the declared type, every array element on its
+    // own; a new instance starts with it. Kind Null (not an array) when there is none.
+    MofValue defaultValue;
     CimQualifiers qualifiers;
 };
 
@@ -84,16 +97,6 @@ struct CimQualifierDecl {
     std::string defaultText;
     std::vector<std::string> scope;  // lower-cased scope words ("class", "property", "any", ...)
     std::vector<std::string> flavor; // lower-cased flavor words
-};
-
-// One value of a MOF instance declaration.
-struct MofValue {
-    enum class Kind { Null, String, Integer, Real, Boolean, Char, Reference };
-    Kind kind = Kind::Null;
-    bool array = false;
-    // Scalar: one element. Array: every element. Texts are unquoted and unescaped; a Reference
-    // holds the object path text (an alias is resolved to the aliased instance's path text).
-    std::vector<std::string> elements;
 };
 
 // "instance of Class { Prop = value; ... };" kept for the host to serve as static data.

@@ -1,6 +1,7 @@
 #include "host/ClassStore.h"
 
 #include "host/CimNames.h"
+#include "host/CimTypeCodes.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -45,6 +46,34 @@ bool fixedByDefault(const std::string& q) {
                                         "required",       "schema",        "static",
                                         "weak",           "unknownvalues", "unsupportedvalues"};
     return std::any_of(std::begin(names), std::end(names), [&](const char* n) { return q == n; });
+}
+
+// The initializer of a property given only as text (a class built by hand), parsed the way the
+// MOF reader leaves it: the kind of the declared type, array elements split at ",".
+MofValue defaultFromText(const CimProperty& p) {
+    using Kind = MofValue::Kind;
+    MofValue v;
+    const CimTypeCode base = cimtype::elementType(p.type);
+    v.kind = base == cimtype::boolean   ? Kind::Boolean
+             : base == cimtype::char16  ? Kind::Char
+             : cimtype::isInteger(base) ? Kind::Integer
+             : cimtype::isReal(base)    ? Kind::Real
+             : base == cimtype::ref     ? Kind::Reference
+                                        : Kind::String;
+    v.array = cimtype::isArray(p.type);
+    if (!v.array) {
+        v.elements.push_back(p.defaultText);
+        return v;
+    }
+    for (std::size_t from = 0; from < p.defaultText.size();) {
+        std::size_t comma = p.defaultText.find(',', from);
+        if (comma == std::string::npos) {
+            comma = p.defaultText.size();
+        }
+        v.elements.push_back(p.defaultText.substr(from, comma - from));
+        from = comma + 1;
+    }
+    return v;
 }
 
 } // namespace
@@ -162,6 +191,7 @@ CimClass ClassStore::resolve(const Namespace& space, const CimClass& declared) c
         if (own.hasDefault) {
             it->hasDefault = true;
             it->defaultText = own.defaultText;
+            it->defaultValue = own.defaultValue;
         }
         merge(space, it->qualifiers, own.qualifiers);
         it->key = isTrue(it->qualifiers, "key");
@@ -306,6 +336,9 @@ void ClassStore::addResolvedClass(const std::string& ns, CimClass cls) {
     for (CimProperty& p : cls.properties) {
         if (p.originClass.empty()) {
             p.originClass = cls.name;
+        }
+        if (p.hasDefault && p.defaultValue.kind == MofValue::Kind::Null && !p.defaultValue.array) {
+            p.defaultValue = defaultFromText(p);
         }
     }
     for (CimMethod& m : cls.methods) {

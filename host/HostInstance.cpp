@@ -1,11 +1,14 @@
 #include "host/HostInstance.h"
 
 #include "host/Broker.h"
+#include "host/CallScope.h"
 #include "host/CimClass.h"
 #include "host/CimNames.h"
+#include "host/CimValueCodec.h"
 #include "host/CmpiCall.h"
 #include "host/DataCopy.h"
 #include "host/HostArray.h"
+#include "host/HostDateTime.h"
 #include "host/HostObjectPath.h"
 #include "host/HostString.h"
 
@@ -113,6 +116,58 @@ bool convertInteger(const CMPIData& in, CMPIType to, CMPIValue& out) {
         break;
     }
     return true;
+}
+
+// One element of a MOF initializer as a value set() takes: strings as the text itself
+// (CMPI_chars), datetimes and references as objects `made` keeps until the value is copied.
+// Made without the broker's function table, so a default counts as no provider call (and no
+// injected fault hits it); a reference, made through the path parser, is the exception.
+struct DefaultElement {
+    CMPIValue value{};
+    const CMPIValue* at = &value;
+    CMPIType type = CMPI_null;
+    std::unique_ptr<HostObject> made;
+};
+
+// False when the text is no value of the type (a class added by hand may carry such a default).
+bool defaultElement(Broker& broker, MofValue::Kind kind, const std::string& text, CMPIType type,
+                    const std::string& ns, DefaultElement& out) {
+    out.type = type;
+    try {
+        switch (type) {
+        case CMPI_string:
+            out.at = reinterpret_cast<const CMPIValue*>(text.c_str());
+            out.type = CMPI_chars;
+            return true;
+        case CMPI_dateTime: {
+            CMPIUint64 binary = 0;
+            bool interval = false;
+            int offset = 0;
+            if (!HostDateTime::parse(text.c_str(), binary, interval, offset))
+                return false;
+            HostDateTime* dt = HostDateTime::create(broker, binary, interval, offset);
+            out.made.reset(dt);
+            out.value.dateTime = dt->cmpi();
+            return true;
+        }
+        case CMPI_ref: {
+            CallScope scope(broker);
+            CMPIData d = CimValueCodec::fromLiteral(broker, kind, text, type, ns);
+            HostObject* path = HostObject::fromCmpi(d.value.ref);
+            if (!path)
+                return false;
+            out.made.reset(path->copy());
+            out.value.ref = static_cast<CMPIObjectPath*>(out.made->cmpiObject());
+            return true;
+        }
+        default:
+            // Numbers, booleans and chars: plain values, no objects.
+            out.value = CimValueCodec::fromLiteral(broker, kind, text, type, ns).value;
+            return true;
+        }
+    } catch (const CimValueCodec::Error&) {
+        return false;
+    }
 }
 
 HostInstance* checked(const CMPIInstance* inst, CMPIStatus* rc) {
@@ -272,8 +327,8 @@ HostInstance::~HostInstance() {
     }
 }
 
-HostInstance* HostInstance::create(Broker& broker, const CimClass& cls, std::string ns,
-                                   std::string host) {
+HostInstance* HostInstance::allocate(Broker& broker, const CimClass& cls, std::string ns,
+                                     std::string host) {
     void* block =
         ObjectPool::allocateBlock(valuesOffset() + cls.properties.size() * sizeof(CMPIData));
     try {
@@ -282,6 +337,43 @@ HostInstance* HostInstance::create(Broker& broker, const CimClass& cls, std::str
         ObjectPool::deallocateBlock(block);
         throw;
     }
+}
+
+HostInstance* HostInstance::create(Broker& broker, const CimClass& cls, std::string ns,
+                                   std::string host) {
+    std::unique_ptr<HostInstance> inst(allocate(broker, cls, std::move(ns), std::move(host)));
+    for (std::size_t i = 0; i < inst->count_; ++i) {
+        if (cls.properties[i].hasDefault)
+            inst->setDefault(i);
+    }
+    return inst.release();
+}
+
+void HostInstance::setDefault(std::size_t index) {
+    const CimProperty& p = class_->properties[index];
+    const MofValue& initial = p.defaultValue;
+    const CMPIType type = p.type;
+    if (!(type & CMPI_ARRAY)) {
+        DefaultElement e;
+        if (!initial.array && initial.elements.size() == 1 &&
+            defaultElement(broker(), initial.kind, initial.elements[0], type, ns_, e))
+            set(index, e.at, e.type);
+        return;
+    }
+    if (!initial.array)
+        return;
+    const CMPIType elementType = type & ~CMPI_ARRAY;
+    std::unique_ptr<HostArray> array(
+        HostArray::create(broker(), static_cast<CMPICount>(initial.elements.size()), elementType));
+    for (std::size_t i = 0; i < initial.elements.size(); ++i) {
+        DefaultElement e;
+        if (!defaultElement(broker(), initial.kind, initial.elements[i], elementType, ns_, e) ||
+            array->set(static_cast<CMPICount>(i), e.at, e.type) != CMPI_RC_OK)
+            return;
+    }
+    CMPIValue value{};
+    value.array = array->cmpi();
+    set(index, &value, type);
 }
 
 HostInstance* HostInstance::from(const CMPIInstance* inst) {
@@ -420,7 +512,7 @@ HostObjectPath* HostInstance::makePath() const {
 }
 
 HostObject* HostInstance::copy() const {
-    std::unique_ptr<HostInstance> out(create(broker(), *class_, ns_, host_));
+    std::unique_ptr<HostInstance> out(allocate(broker(), *class_, ns_, host_));
     for (std::size_t i = 0; i < propertyCount(); ++i) {
         CMPIrc rc = DataCopy::copy(broker(), at(i), Placement::Parent, out->values()[i]);
         (void)rc; // the values are the host's own objects

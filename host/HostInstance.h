@@ -1,11 +1,11 @@
 // The host's CMPIInstance: one value slot per property its class declares (inherited ones
-// included), in the class's order, typed as declared and null until set. Property names are
-// the class's own; the instance holds only its values, the path's namespace and host, and an
-// optional property filter. Reading (getProperty, getObjectPath, clone) changes no value, so an
-// instance may be read from several threads at once. From the second path an instance hands out,
-// the key bindings of its paths are copied once and shared until a key property is set again; a
-// value read with getProperty must not be changed in place (set it instead), or paths made later
-// would not see the change.
+// included), in the class's order, typed as declared and holding the class's default (null when
+// it has none) until set. Property names are the class's own; the instance holds only its
+// values, the path's namespace and host, and an optional property filter. Reading (getProperty,
+// getObjectPath, clone) changes no value, so an instance may be read from several threads at once.
+// From the second path an instance hands out, the key bindings of its paths are copied once and
+// shared until a key property is set again; a value read with getProperty must not be changed in
+// place (set it instead), or paths made later would not see the change.
 #ifndef DIAGCORE_HOST_HOSTINSTANCE_H
 #define DIAGCORE_HOST_HOSTINSTANCE_H
 
@@ -25,7 +25,9 @@ struct CimClass;
 
 class HostInstance final : public HostObject {
 public:
-    // Every property null; owned by nobody. The class must outlive the instance.
+    // Every property with a MOF initializer holds that default, typed as declared (the most
+    // derived declaration's), every other property is null; owned by nobody. The class must
+    // outlive the instance.
     static HostInstance* create(Broker& broker, const CimClass& cls, std::string ns,
                                 std::string host);
     static HostInstance* from(const CMPIInstance* inst);
@@ -69,6 +71,11 @@ public:
 
 private:
     HostInstance(Broker& broker, const CimClass& cls, std::string ns, std::string host);
+    // An instance with every property null.
+    static HostInstance* allocate(Broker& broker, const CimClass& cls, std::string ns,
+                                  std::string host);
+    // Gives a property its class's default; one that cannot be made stays as it is.
+    void setDefault(std::size_t index);
     // Where the values start in the block, found from the object's own address.
     static constexpr std::size_t valuesOffset();
     CMPIData* values() const;

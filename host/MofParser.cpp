@@ -447,6 +447,7 @@ void MofParser::parseClass(CimQualifiers qualifiers) {
             // "= NULL" is the same as no default.
             p.hasDefault = v.array || v.kind != Kind::Null;
             p.defaultText = qualifierText(v);
+            p.defaultValue = std::move(v);
         }
         expectSymbol(';', "after the property declaration");
         if (!propertyNames.insert(lowerName(p.name)).second) {

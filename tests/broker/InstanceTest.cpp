@@ -1,5 +1,6 @@
-// Instances made by the broker: typed by their class, null until set, strict about names and
-// types, and deriving their object path from the key properties.
+// Instances made by the broker: typed by their class, starting with the class's MOF defaults and
+// null elsewhere, strict about names and types, and deriving their object path from the key
+// properties.
 #include "BrokerFixture.h"
 
 #include <cctype>
@@ -338,6 +339,106 @@ TEST_F(InstanceTest, ClonesKeepTheirKeysWhenTheOriginalChangesOrGoes) {
     CMPIObjectPath* antecedent = CMGetKey(keptPath, "Antecedent", nullptr).value.ref;
     EXPECT_EQ(text(CMGetKey(antecedent, "deviceID", nullptr).value.string), "sda");
     EXPECT_EQ(CMRelease(keptPath).rc, CMPI_RC_OK);
+}
+
+// A base class with an initializer of every kind and a subclass that gives one property another
+// default and adds one of its own.
+const char* const kDefaultsMof = R"(
+class Test_StateBase {
+    [Key] string Id = "unnamed";
+    uint16 EnabledState = 5;
+    uint16 RequestedState = 12;
+    boolean NonDestructive = false;
+    sint8 Bias = -3;
+    real32 Scale = 1.5;
+    char16 Mark = 'x';
+    string Label = "a \"quoted\", label";
+    datetime Removal = "00000000000500.000000:000";
+    uint16 Codes[] = {3, 4};
+    string Words[] = {"a,b", "c"};
+    uint16 NoCodes[] = {};
+    string Note;
+};
+class Test_StateLeaf : Test_StateBase {
+    uint16 RequestedState = 2;
+    string Own = "own";
+};
+)";
+
+class InstanceDefaultsTest : public BrokerFixture {
+protected:
+    InstanceDefaultsTest() { repo.loadText(kDefaultsMof, "root/cimv2", "defaults.mof"); }
+
+    static std::vector<std::string> stringElements(const CMPIData& d) {
+        std::vector<std::string> out;
+        for (CMPICount i = 0; d.value.array && i < CMGetArrayCount(d.value.array, nullptr); ++i)
+            out.push_back(text(CMGetArrayElementAt(d.value.array, i, nullptr).value.string));
+        return out;
+    }
+};
+
+TEST_F(InstanceDefaultsTest, NewInstanceStartsWithEveryDefaultTypedAsDeclared) {
+    CMPIInstance* leaf = instance("Test_StateLeaf");
+    auto good = [&](const char* name, CMPIType type) {
+        CMPIData d = CMGetProperty(leaf, name, nullptr);
+        EXPECT_EQ(d.type, type) << name;
+        EXPECT_EQ(d.state, CMPI_goodValue) << name;
+        return d;
+    };
+    EXPECT_EQ(good("EnabledState", CMPI_uint16).value.uint16, 5);
+    EXPECT_EQ(good("NonDestructive", CMPI_boolean).value.boolean, 0);
+    EXPECT_EQ(good("Bias", CMPI_sint8).value.sint8, -3);
+    EXPECT_EQ(good("Scale", CMPI_real32).value.real32, 1.5f);
+    EXPECT_EQ(good("Mark", CMPI_char16).value.char16, 'x');
+    EXPECT_EQ(stringProperty(leaf, "Label"), "a \"quoted\", label");
+    EXPECT_EQ(stringProperty(leaf, "Id"), "unnamed");
+    CMPIData removal = good("Removal", CMPI_dateTime);
+    EXPECT_TRUE(CMIsInterval(removal.value.dateTime, nullptr));
+    EXPECT_EQ(text(CMGetStringFormat(removal.value.dateTime, nullptr)),
+              "00000000000500.000000:000");
+
+    CMPIData codes = good("Codes", CMPI_uint16A);
+    ASSERT_EQ(CMGetArrayCount(codes.value.array, nullptr), 2u);
+    EXPECT_EQ(CMGetArrayElementAt(codes.value.array, 0, nullptr).value.uint16, 3);
+    EXPECT_EQ(CMGetArrayElementAt(codes.value.array, 1, nullptr).value.uint16, 4);
+    // A string element may hold the comma that joins the elements' texts elsewhere.
+    EXPECT_EQ(stringElements(good("Words", CMPI_stringA)), (std::vector<std::string>{"a,b", "c"}));
+    EXPECT_EQ(CMGetArrayCount(good("NoCodes", CMPI_uint16A).value.array, nullptr), 0u);
+
+    // Without an initializer a property stays null.
+    EXPECT_EQ(CMGetProperty(leaf, "Note", nullptr).state, CMPI_nullValue);
+}
+
+TEST_F(InstanceDefaultsTest, TheMostDerivedDefaultWinsAndEachClassKeepsItsOwn) {
+    CMPIInstance* leaf = instance("Test_StateLeaf");
+    CMPIInstance* base = instance("Test_StateBase");
+    EXPECT_EQ(CMGetProperty(leaf, "RequestedState", nullptr).value.uint16, 2);
+    EXPECT_EQ(CMGetProperty(base, "RequestedState", nullptr).value.uint16, 12);
+    EXPECT_EQ(stringProperty(leaf, "Own"), "own");
+}
+
+TEST_F(InstanceDefaultsTest, SetValuesAndPathKeysReplaceDefaultsAndClonesKeepThem) {
+    CMPIObjectPath* op = path("root/cimv2", "Test_StateLeaf");
+    CMAddKey(op, "Id", "given", CMPI_chars);
+    CMPIInstance* leaf = CMNewInstance(mb, op, nullptr);
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_EQ(stringProperty(leaf, "Id"), "given");
+
+    CMPIUint16 requested = 7;
+    ASSERT_EQ(CMSetProperty(leaf, "RequestedState", &requested, CMPI_uint16).rc, CMPI_RC_OK);
+    ASSERT_EQ(CMSetProperty(leaf, "EnabledState", nullptr, CMPI_null).rc, CMPI_RC_OK);
+    setChars(leaf, "Label", "mine");
+    CMPIInstance* copy = CMClone(leaf, nullptr);
+    for (CMPIInstance* inst : {leaf, copy}) {
+        EXPECT_EQ(CMGetProperty(inst, "RequestedState", nullptr).value.uint16, 7);
+        EXPECT_EQ(CMGetProperty(inst, "EnabledState", nullptr).state, CMPI_nullValue);
+        EXPECT_EQ(stringProperty(inst, "Label"), "mine");
+    }
+    EXPECT_EQ(CMRelease(copy).rc, CMPI_RC_OK);
+
+    // A key default is a key value like any other.
+    CMPIObjectPath* unnamed = CMGetObjectPath(instance("Test_StateBase"), nullptr);
+    EXPECT_EQ(text(CMGetKey(unnamed, "Id", nullptr).value.string), "unnamed");
 }
 
 } // namespace NQORVA20::host::test

@@ -1,6 +1,7 @@
 // The repository's queries over loaded classes: hierarchy walks, namespaces, pre-resolved
 // classes, redefinition, and reads running alongside a load.
 #include "host/ClassRepository.h"
+#include "host/CimTypeCodes.h"
 
 #include <gtest/gtest.h>
 
@@ -96,6 +97,38 @@ TEST_F(ClassRepositoryTest, AddedClassesTakePartInTheHierarchyAsGiven) {
     EXPECT_ANY_THROW(repo.addClass("root/x", loop));
 }
 
+TEST_F(ClassRepositoryTest, AddedClassesGetTheirDefaultTextsAsTypedInitializers) {
+    CimClass hand;
+    hand.name = "T_Hand";
+    auto withDefault = [&](const char* name, CimTypeCode type, const char* text) {
+        CimProperty p;
+        p.name = name;
+        p.type = type;
+        p.hasDefault = true;
+        p.defaultText = text;
+        hand.properties.push_back(p);
+    };
+    using namespace cimtype;
+    withDefault("Count", uint16, "7");
+    withDefault("Flag", boolean, "true");
+    withDefault("Codes", uint16 | arrayFlag, "1,2");
+    withDefault("Labels", string | arrayFlag, "");
+    withDefault("Caption", string, "a,b"); // a single string: the comma is text
+    repo.addClass("root/x", hand);
+    const CimClass* added = repo.findClass("root/x", "T_Hand");
+    ASSERT_NE(added, nullptr);
+    using Kind = MofValue::Kind;
+    auto initializer = [&](const char* name) { return added->findProperty(name)->defaultValue; };
+    EXPECT_EQ(initializer("Count").kind, Kind::Integer);
+    EXPECT_EQ(initializer("Count").elements, (std::vector<std::string>{"7"}));
+    EXPECT_EQ(initializer("Flag").kind, Kind::Boolean);
+    EXPECT_TRUE(initializer("Codes").array);
+    EXPECT_EQ(initializer("Codes").elements, (std::vector<std::string>{"1", "2"}));
+    EXPECT_TRUE(initializer("Labels").array);
+    EXPECT_TRUE(initializer("Labels").elements.empty());
+    EXPECT_EQ(initializer("Caption").elements, (std::vector<std::string>{"a,b"}));
+}
+
 TEST_F(ClassRepositoryTest, RedefiningAClassReresolvesItsSubclasses) {
     repo.loadText("class T_A : T_Root { string A; uint32 Added = 7; };", "root/x");
     const CimClass* a1 = repo.findClass("root/x", "T_A1");
@@ -104,6 +137,7 @@ TEST_F(ClassRepositoryTest, RedefiningAClassReresolvesItsSubclasses) {
     ASSERT_NE(added, nullptr);
     EXPECT_EQ(added->originClass, "T_A");
     EXPECT_EQ(added->defaultText, "7");
+    EXPECT_EQ(added->defaultValue.elements, (std::vector<std::string>{"7"}));
     EXPECT_EQ(a1->properties.back().name, "A1");
     EXPECT_EQ(repo.classCount("root/x"), 7u);
     EXPECT_EQ(repo.subclassNames("root/x", "T_A"), (std::vector<std::string>{"T_A1", "T_A2"}));
@@ -115,6 +149,8 @@ TEST_F(ClassRepositoryTest, RedefiningAClassReresolvesItsSubclasses) {
     EXPECT_THROW(repo.loadText("class T_A : T_Root { string A; };", "root/x"), MofError);
     EXPECT_NE(repo.findClass("root/x", "T_A")->findProperty("Added"), nullptr);
     EXPECT_EQ(repo.findClass("root/x", "T_A2")->findProperty("Added")->defaultText, "9");
+    EXPECT_EQ(repo.findClass("root/x", "T_A2")->findProperty("Added")->defaultValue.elements,
+              (std::vector<std::string>{"9"}));
 }
 
 TEST_F(ClassRepositoryTest, ReadersRunWhileAnotherThreadLoads) {

@@ -184,6 +184,29 @@ TEST_F(ProviderServingTest, EveryServiceHasItsSettingCapabilitiesLogAndUseOfLog)
     }
 }
 
+TEST_F(ProviderServingTest, PublishedInstancesCarryTheMofDefaultsTheProvidersLeaveUnset) {
+    // What both real object managers show for these classes: the initializers of the MOF.
+    const std::pair<const char * Family::*, Properties> expected[] = {
+        {&Family::service, {{"EnabledDefault", "2"}, {"TransitioningToState", "12"}}},
+        {&Family::log, {{"RequestedState", "12"}, {"LogState", "4"}, {"OverwritePolicy", "0"}}},
+        {&Family::setting, {{"QueryTimeout", "0"}, {"NonDestructive", "false"}}},
+        {&Family::capabilities, {{"SupportedTestWarnings", "3"}}},
+    };
+    for (const Family& family : families) {
+        for (const auto& [member, defaults] : expected) {
+            const char* className = family.*member;
+            auto instances = enumerate(host, className);
+            ASSERT_FALSE(instances.empty()) << className;
+            for (const Properties& instance : instances) {
+                for (const auto& [name, value] : defaults) {
+                    EXPECT_EQ(instance.count(name) ? instance.at(name) : "<null>", value)
+                        << className << "." << name;
+                }
+            }
+        }
+    }
+}
+
 TEST_F(ProviderServingTest, AnElementIsAssociatedWithBothServicesOfItsFamily) {
     struct Probe {
         std::string element;
