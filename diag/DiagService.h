@@ -41,7 +41,11 @@ protected:
     std::string systemName;
 
 private:
+    std::string uniqueCompletionTime(std::string completed);
+
     std::mutex propertyMutex_; // guards the property reads of concurrent runs
+    std::mutex completionMutex_;
+    std::string lastCompletion_; // the completion time of the last record of this service
 };
 
 } // namespace NQORVA20

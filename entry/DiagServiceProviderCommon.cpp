@@ -5,6 +5,7 @@
 #include "entry/AssociationLookup.h"
 #include "entry/EntryGuard.h"
 #include "entry/ResultCopy.h"
+#include "instance/ClientLimits.h"
 #include "instance/InstanceRegistry.h"
 
 #include <cmpift.h>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+using NQORVA20::ClientLimits;
 using NQORVA20::coreLog;
 using NQORVA20::guarded;
 using NQORVA20::InstanceRegistry;
@@ -95,6 +97,9 @@ CMPIStatus DiagServiceProviderCommonGetInstance(const CMPIBroker* broker, CMPIIn
                                                 const CMPIObjectPath* cop, const char**) {
     return guarded(broker, "GetInstance", [&] {
         coreLog(broker, LogDebug, "+++ GetInstance");
+        const std::string tooLarge = ClientLimits::Exceeded(cop);
+        if (!tooLarge.empty())
+            return ClientLimits::Refusal(broker, "the object path", tooLarge);
         CMPIInstance* inst = InstanceRegistry::Singleton()->GetCMPIInstance(broker, cop);
         if (inst == nullptr) {
             CMPIStatus miss = status(CMPI_RC_ERR_FAILED);
@@ -146,6 +151,9 @@ CMPIStatus DiagServiceProviderCommonInvokeMethod(const CMPIBroker* broker, CMPIM
                                                  const CMPIArgs* in, CMPIArgs* out) {
     return guarded(broker, "InvokeMethod", [&] {
         coreLog(broker, LogDebug, "+++ InvokeMethod");
+        const std::string tooLarge = ClientLimits::Exceeded(ref);
+        if (!tooLarge.empty())
+            return ClientLimits::Refusal(broker, "the object path", tooLarge);
         std::string name(methodName ? methodName : "");
         return InstanceRegistry::Singleton()->InvokeMethod(broker, ctx, rslt, ref, name, in, out);
     });
@@ -162,6 +170,9 @@ CMPIStatus DiagServiceProviderCommonAssociators(const CMPIBroker* broker, CMPIAs
                                                 const char* resultClass, const char* role,
                                                 const char* resultRole, const char**) {
     return guarded(broker, "Associators", [&] {
+        const std::string tooLarge = ClientLimits::Exceeded(op);
+        if (!tooLarge.empty())
+            return ClientLimits::Refusal(broker, "the object path", tooLarge);
         NQORVA20::AssociatorsImpl(broker, rslt, op, assocClass, resultClass, role, resultRole,
                                   NQORVA20::ReturnInstance);
         return status(CMPI_RC_OK);
@@ -174,6 +185,9 @@ CMPIStatus DiagServiceProviderCommonAssociatorNames(const CMPIBroker* broker, CM
                                                     const char* assocClass, const char* resultClass,
                                                     const char* role, const char* resultRole) {
     return guarded(broker, "AssociatorNames", [&] {
+        const std::string tooLarge = ClientLimits::Exceeded(op);
+        if (!tooLarge.empty())
+            return ClientLimits::Refusal(broker, "the object path", tooLarge);
         NQORVA20::AssociatorsImpl(broker, rslt, op, assocClass, resultClass, role, resultRole,
                                   NQORVA20::ReturnObjectPath);
         return status(CMPI_RC_OK);

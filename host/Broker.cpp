@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <type_traits>
 #include <vector>
 
@@ -396,6 +397,8 @@ struct Broker::Impl {
     const PathDialect dialect;
     std::atomic<Dispatcher*> dispatcher{nullptr};
     std::atomic<bool> strict{false};
+    mutable std::mutex clockMutex;
+    Clock clock;
     CallArena arena;
     FaultInjector faults;
 };
@@ -425,6 +428,16 @@ const ClassRepository& Broker::classes() const {
 }
 LogSink& Broker::log() const {
     return impl_->log;
+}
+
+void Broker::setClock(Clock clock) {
+    std::lock_guard<std::mutex> lock(impl_->clockMutex);
+    impl_->clock = std::move(clock);
+}
+
+std::chrono::system_clock::time_point Broker::now() const {
+    std::lock_guard<std::mutex> lock(impl_->clockMutex);
+    return impl_->clock ? impl_->clock() : std::chrono::system_clock::now();
 }
 
 void Broker::setStrict(bool strict) {

@@ -11,6 +11,8 @@
 
 #include <cmpidt.h>
 
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -42,6 +44,12 @@ public:
     bool strict() const;
     const ClassRepository& classes() const;
     LogSink& log() const;
+
+    // The time newDateTime answers: the system clock unless a test sets its own (null: back to
+    // the system clock). Set it before providers call the broker.
+    using Clock = std::function<std::chrono::system_clock::time_point()>;
+    void setClock(Clock clock);
+    std::chrono::system_clock::time_point now() const;
 
     // Where upcalls (enumerateInstances and the rest of the broker function table) go; without a
     // dispatcher they answer CMPI_RC_ERR_NOT_SUPPORTED.

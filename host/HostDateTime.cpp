@@ -1,5 +1,6 @@
 #include "host/HostDateTime.h"
 
+#include "host/Broker.h"
 #include "host/CmpiCall.h"
 #include "host/HostString.h"
 
@@ -108,7 +109,7 @@ HostDateTime* HostDateTime::create(Broker& broker, CMPIUint64 binary, bool inter
 }
 
 HostDateTime* HostDateTime::now(Broker& broker) {
-    auto since = std::chrono::system_clock::now().time_since_epoch();
+    auto since = broker.now().time_since_epoch();
     auto micros = std::chrono::duration_cast<std::chrono::microseconds>(since).count();
     return create(broker, static_cast<CMPIUint64>(micros < 0 ? 0 : micros), false, 0);
 }

@@ -6,6 +6,7 @@
 #include "common/Prefetch.h"
 #include "common/ProviderScope.h"
 #include "instance/CMPIUtil.h"
+#include "instance/SystemIdentity.h"
 
 #include <cmpift.h>
 
@@ -93,19 +94,38 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
 InstanceRegistry::Instance* InstanceRegistry::lookup(const CMPIBroker* broker,
                                                      const std::string& classKey,
                                                      const std::string& pathText) {
+    // A lookup that misses leaves nothing behind: a client asking for paths that do not exist
+    // must not grow the registry.
     bool noContainer = false;
     Instance* found = nullptr;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        InstanceContainer* container = instanceContainers[classKey];
-        if (container == nullptr)
+        auto it = instanceContainers.find(classKey);
+        if (it == instanceContainers.end() || it->second == nullptr)
             noContainer = true;
         else
-            found = entry(*container, pathText);
+            found = find(*it->second, pathText);
     }
     if (noContainer)
         coreLog(broker, LogWarning, " Couldn't find instanceContainer");
     return found;
+}
+
+InstanceRegistry::Instance* InstanceRegistry::find(const InstanceContainer& container,
+                                                   const std::string& pathText) const {
+    auto filed = filed_.find(std::string_view(pathText));
+    if (filed != filed_.end() && filed->second.container == &container)
+        return *filed->second.slot;
+    auto it = container.find(pathText);
+    if (it != container.end())
+        return it->second;
+    // The same keys in another order (an object manager that keeps the order a client wrote).
+    const std::string wanted = OrderFreeKey(pathText);
+    auto [first, last] = byKeys_.equal_range(std::hash<std::string>()(wanted));
+    for (; first != last; ++first)
+        if (first->second.container == &container && OrderFreeKey(*first->second.text) == wanted)
+            return *first->second.slot;
+    return nullptr;
 }
 
 InstanceRegistry::Instance*& InstanceRegistry::entry(InstanceContainer& container,
@@ -113,16 +133,60 @@ InstanceRegistry::Instance*& InstanceRegistry::entry(InstanceContainer& containe
     auto filed = filed_.find(std::string_view(pathText));
     if (filed != filed_.end() && filed->second.container == &container)
         return *filed->second.slot;
-    auto it = container.try_emplace(pathText, nullptr).first;
+    byKeys_.reserve(byKeys_.size() + 1);
+    const std::size_t keysHash = std::hash<std::string>()(OrderFreeKey(pathText));
+    auto [it, added] = container.try_emplace(pathText, nullptr);
     // A text filed in another container as well keeps its first index entry; this one is then
     // found through the ordered container.
     if (filed == filed_.end())
         filed_.emplace(std::string_view(it->first), Filed{&container, &it->second});
+    if (added)
+        byKeys_.emplace(keysHash, Keyed{&container, &it->second, &it->first});
     return it->second;
+}
+
+std::string InstanceRegistry::OrderFreeKey(const std::string& pathText) {
+    // The class name and the bindings as the object-path text parser reads them, sorted; names
+    // and values keep their letter case, as the texts compared otherwise do. Whatever cannot be
+    // read as a binding is kept as it stands.
+    const std::size_t dot = pathText.find('.');
+    std::string key = pathText.substr(0, dot);
+    if (dot == std::string::npos)
+        return key;
+    std::vector<std::pair<std::string, std::string>> bindings;
+    const std::size_t length = pathText.size();
+    std::size_t pos = dot + 1;
+    while (pos < length) {
+        std::size_t nameStart = pathText.find_first_not_of(", \t", pos);
+        if (nameStart == std::string::npos)
+            break;
+        std::size_t nameEnd = pathText.find_first_of(" \t=", nameStart);
+        std::size_t open = nameEnd == std::string::npos ? nameEnd : pathText.find('"', nameEnd);
+        std::size_t close = open == std::string::npos ? open : pathText.find('"', open + 1);
+        if (close == std::string::npos) {
+            bindings.emplace_back(pathText.substr(nameStart), std::string());
+            break;
+        }
+        bindings.emplace_back(pathText.substr(nameStart, nameEnd - nameStart),
+                              pathText.substr(open + 1, close - open - 1));
+        pos = close + 1;
+    }
+    std::sort(bindings.begin(), bindings.end());
+    for (const auto& [name, value] : bindings) {
+        key += '\n';
+        key += name;
+        key += '\0';
+        key += value;
+    }
+    return key;
 }
 
 InstanceRegistry::Instance* InstanceRegistry::GetInstance(const CMPIBroker* broker,
                                                           const CMPIObjectPath* path) {
+    // The object-path text carries no host or namespace: a path naming another system or
+    // namespace would otherwise find this system's instance.
+    if (!SystemIdentity::IsLocalPath(path))
+        return nullptr;
     return lookup(broker, NormalizeClassName(CMPIUtil::GetClassName(path)),
                   CMPIUtil::GetObjectPathString(path));
 }

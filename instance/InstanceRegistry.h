@@ -38,8 +38,8 @@ public:
     // the broker could not make its CMPIInstance the object is kept but not served, and its
     // object-path text stays as it was: only filing writes it.
     void RegisterInstance(const CMPIBroker* broker, const CMPIContext* context, InstanceImpl* impl);
-    // The record filed under the path's class and object-path text, or null. A lookup leaves an
-    // entry behind for a class or text it did not find.
+    // The record filed under the path's class and object-path text (or the same keys in another
+    // order), or null. A lookup that misses leaves nothing behind.
     Instance* GetInstance(const CMPIBroker* broker, const CMPIObjectPath* path);
     CMPIInstance* GetCMPIInstance(const CMPIBroker* broker, const CMPIObjectPath* path);
     // Appends the class's instances, ordered by "EnumOrder" when the first one (smallest
@@ -66,6 +66,12 @@ private:
                      const std::string& pathText);
     // The container's entry for the text, made (without a record) when there is none.
     Instance*& entry(InstanceContainer& container, const std::string& pathText);
+    // The record filed under the text, or under a text with the same keys in another order; null
+    // when there is none. Adds nothing.
+    Instance* find(const InstanceContainer& container, const std::string& pathText) const;
+    // The class and the key bindings of an object-path text, independent of the order in which
+    // the bindings are written.
+    static std::string OrderFreeKey(const std::string& pathText);
 
     std::map<std::string, InstanceContainer*> instanceContainers;
     // Every container entry by its object-path text, hashed, so that a lookup does not walk a
@@ -76,6 +82,14 @@ private:
         Instance** slot;
     };
     std::unordered_map<std::string_view, Filed> filed_;
+    // Every container entry by the hash of its order-free key, for a path whose keys come in
+    // another order than the filed text's.
+    struct Keyed {
+        InstanceContainer* container;
+        Instance** slot;
+        const std::string* text;
+    };
+    std::unordered_multimap<std::size_t, Keyed> byKeys_;
     // Each container's records in object-path-text order, remade by the first enumeration after a
     // registration changed the container, so that enumerations read one flat list instead of
     // walking the container's nodes. Entries without a record are left out.

@@ -1,5 +1,11 @@
 #include "instance/SystemIdentity.h"
 
+#include "common/Constants.h"
+
+#include <cmpift.h>
+
+#include <algorithm>
+#include <cctype>
 #include <mutex>
 
 namespace NQORVA20 {
@@ -15,6 +21,24 @@ struct Recorded {
 Recorded& recorded() {
     static Recorded* kept = new Recorded;
     return *kept;
+}
+
+std::string lower(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+std::string firstLabel(const std::string& name) {
+    return name.substr(0, name.find('.'));
+}
+
+bool addressLiteral(const std::string& host) {
+    if (host.find(':') != std::string::npos || host.front() == '[')
+        return true; // IPv6
+    return std::all_of(host.begin(), host.end(), [](char c) {
+        return c == '.' || std::isdigit(static_cast<unsigned char>(c));
+    });
 }
 
 } // namespace
@@ -42,6 +66,35 @@ std::string SystemIdentity::Name() {
 std::string SystemIdentity::HostName() {
     std::string name = Name();
     return name.empty() ? std::string("localhost") : name;
+}
+
+} // namespace NQORVA20
+
+namespace NQORVA20 {
+
+bool SystemIdentity::IsThisSystem(const std::string& host) {
+    if (host.empty())
+        return true;
+    const std::string asked = lower(host);
+    if (asked == "localhost" || addressLiteral(asked))
+        return true;
+    const std::string self = lower(Name());
+    return !self.empty() && (asked == self || firstLabel(asked) == firstLabel(self));
+}
+
+bool SystemIdentity::IsLocalPath(const CMPIObjectPath* path) {
+    if (path == nullptr || path->ft == nullptr)
+        return false;
+    auto text = [](CMPIString* s) {
+        const char* chars = s && s->ft ? s->ft->getCharPtr(s, nullptr) : nullptr;
+        return std::string(chars ? chars : "");
+    };
+    return IsThisSystem(text(path->ft->getHostname(path, nullptr))) &&
+           IsPublishedNamespace(text(path->ft->getNameSpace(path, nullptr)));
+}
+
+bool SystemIdentity::IsPublishedNamespace(const std::string& nameSpace) {
+    return nameSpace.empty() || lower(nameSpace) == lower(cimNameSpace);
 }
 
 } // namespace NQORVA20

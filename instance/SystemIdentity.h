@@ -8,6 +8,8 @@
 
 #include "common/Export.h"
 
+#include <cmpidt.h>
+
 #include <string>
 
 namespace NQORVA20 {
@@ -22,6 +24,16 @@ public:
     static std::string Name();
     // The recorded name, or "localhost".
     static std::string HostName();
+    // Whether a path's host names this system: no host, a loopback or any address literal (an
+    // object manager may put its own address there), or a name that is the recorded one or
+    // shares its first label with it (a short and a fully qualified name of one machine), in any
+    // letter case. Any other name is another system's.
+    static bool IsThisSystem(const std::string& host);
+    // Whether a path's namespace is the one the core publishes in: none, or "root/cimv2" in any
+    // letter case.
+    static bool IsPublishedNamespace(const std::string& nameSpace);
+    // Both, for the host and namespace of a path; a null path is nowhere.
+    static bool IsLocalPath(const CMPIObjectPath* path);
 };
 
 } // namespace NQORVA20

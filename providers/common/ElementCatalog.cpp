@@ -1,5 +1,8 @@
 #include "providers/common/ElementCatalog.h"
 
+#include "diag/DiagUser.h"
+#include "instance/SystemIdentity.h"
+
 #include <algorithm>
 #include <cctype>
 #include <stdexcept>
@@ -51,6 +54,16 @@ bool ElementCatalog::sameValue(const std::string& key, const std::string& a,
 
 ElementCatalog::Lookup ElementCatalog::find(InstanceImpl& element) const {
     Lookup result;
+    // The object-path text leaves out host and namespace: an element of the same keys on another
+    // system, or in another namespace, is not one of ours.
+    if (const auto* user = dynamic_cast<const DiagUser*>(&element); user && !user->isLocal()) {
+        result.reason = SystemIdentity::IsThisSystem(user->host())
+                            ? "the ManagedElement is in namespace " + printable(user->nameSpace()) +
+                                  ", not root/cimv2: this provider publishes nothing there"
+                            : "the ManagedElement lives on " + printable(user->host()) +
+                                  ", not on this system: this service tests only its own";
+        return result;
+    }
     const std::string elementClass = element.getClassName();
     if (elementClass.empty()) {
         result.reason = "the ManagedElement names no class";

@@ -40,7 +40,8 @@ public:
     const Keys& keys(std::size_t index) const { return elements_.at(index); }
 
     // The published element the parsed path names: the class must be the element class and the
-    // key bindings exactly the class's keys, each equal to a published element's value.
+    // key bindings exactly the class's keys, each equal to a published element's value; an
+    // element a reference placed on another system or in another namespace is none of them.
     Lookup find(InstanceImpl& element) const;
 
 private:

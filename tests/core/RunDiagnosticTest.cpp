@@ -3,10 +3,12 @@
 #include "CoreTestSupport.h"
 
 #include "diag/DiagService.h"
+#include "diag/DiagUser.h"
 #include "entry/DiagServiceProviderCommon.h"
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
 
+#include <algorithm>
 #include <atomic>
 #include <set>
 #include <thread>
@@ -26,6 +28,8 @@ public:
         ++runs;
         seenClass = element->getClassName();
         seenDeviceId = (*element)["DeviceID"];
+        if (auto* user = dynamic_cast<DiagUser*>(element))
+            seenLocal = user->isLocal();
         if (failIt)
             record->fail(2, "E42", 3, "broken");
         else
@@ -37,6 +41,7 @@ public:
     bool failIt = false;
     unsigned int returnValue = 0;
     std::string seenClass, seenDeviceId;
+    bool seenLocal = false;
 };
 
 // A result sink that, when the return value arrives, notes how many records were registered.
@@ -91,9 +96,12 @@ protected:
                                          {"CreationClassName", "Core_DiagService"},
                                          {"Name", (*s)["Name"]}});
     }
-    CMPIArgs* elementArgs(const std::string& deviceId) {
+    CMPIArgs* elementArgs(const std::string& deviceId, const char* host = nullptr,
+                          const char* ns = "root/cimv2") {
         CMPIArgs* in = broker()->eft->newArgs(broker(), nullptr);
-        CMPIObjectPath* element = path("Core_Element", {{"Name", "e"}, {"DeviceID", deviceId}});
+        CMPIObjectPath* element = path("Core_Element", {{"Name", "e"}, {"DeviceID", deviceId}}, ns);
+        if (host != nullptr)
+            element->ft->setHostname(element, host);
         CMPIValue v;
         v.ref = element;
         in->ft->addArg(in, "ManagedElement", &v, CMPI_ref);
@@ -238,7 +246,12 @@ public:
 TEST_P(RunDiagnosticTest, ConcurrentRunsOnOneServiceEachPublishTheirRecord) {
     auto* s = new SlowService(unique("Par"));
     InstanceRegistry::Singleton()->RegisterInstance(broker(), ctx(), s);
-    const int threads = 4, runsEach = 10;
+    // A clock with a resolution of a millisecond, as on many virtual machines.
+    host().setClock([] {
+        return std::chrono::time_point_cast<std::chrono::milliseconds>(
+            std::chrono::system_clock::now());
+    });
+    const int threads = 8, runsEach = 10;
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t)
         workers.emplace_back([&] {
@@ -254,6 +267,7 @@ TEST_P(RunDiagnosticTest, ConcurrentRunsOnOneServiceEachPublishTheirRecord) {
         });
     for (auto& w : workers)
         w.join();
+    host().setClock(nullptr);
     std::vector<CMPIInstance*> records;
     InstanceRegistry::Singleton()->GetCMPIInstances(broker(), "Core_DiagRecord", records);
     std::set<std::string> ids;
@@ -261,9 +275,76 @@ TEST_P(RunDiagnosticTest, ConcurrentRunsOnOneServiceEachPublishTheirRecord) {
         if (text(prop(r, "ServiceName")) == (*s)["Name"])
             ids.insert(text(prop(r, "InstanceID")));
     EXPECT_EQ(s->started.load(), threads * runsEach);
-    // Runs finishing in the same microsecond share an InstanceID; the later one wins.
-    EXPECT_GE(ids.size(), 1u);
-    EXPECT_LE(ids.size(), static_cast<std::size_t>(threads * runsEach));
+    // Runs finishing within one tick of the clock still file a record each.
+    EXPECT_EQ(ids.size(), static_cast<std::size_t>(threads * runsEach));
+}
+
+TEST_P(RunDiagnosticTest, RunsOnAStoppedClockKeepARecordEachAtConsecutiveMicroseconds) {
+    // 2026-12-31 23:59:59.999998 UTC: the third run's time rolls over into the next year.
+    const auto stopped =
+        std::chrono::system_clock::time_point(std::chrono::microseconds(1798761599999998LL));
+    host().setClock([stopped] { return stopped; });
+    ScriptedService* s = registerService();
+    std::vector<std::string> stamps;
+    for (int i = 0; i < 3; ++i) {
+        ProbeResult probe = makeProbe();
+        ASSERT_EQ(invoke(s, "RunDiagnostic", elementArgs("d"), probe).rc, CMPI_RC_OK);
+    }
+    host().setClock(nullptr);
+    std::vector<CMPIInstance*> records;
+    InstanceRegistry::Singleton()->GetCMPIInstances(broker(), "Core_DiagRecord", records);
+    for (CMPIInstance* r : records) {
+        if (text(prop(r, "ServiceName")) != (*s)["Name"])
+            continue;
+        const std::string id = text(prop(r, "InstanceID"));
+        CMPIData created = prop(r, "CreationTimeStamp");
+        CMPIString* createdText =
+            created.value.dateTime->ft->getStringFormat(created.value.dateTime, nullptr);
+        const std::string stamp = createdText->ft->getCharPtr(createdText, nullptr);
+        EXPECT_EQ(id.substr(id.size() - stamp.size()), stamp);
+        stamps.push_back(stamp);
+    }
+    std::sort(stamps.begin(), stamps.end());
+    EXPECT_EQ(stamps,
+              (std::vector<std::string>{"20261231235959.999998+000", "20261231235959.999999+000",
+                                        "20270101000000.000000+000"}));
+}
+
+TEST_P(RunDiagnosticTest, AnOversizedElementIsRefusedBeforeTheTestOrAnyRecord) {
+    ScriptedService* s = registerService();
+    const std::size_t before = recordCount(broker());
+    ProbeResult probe = makeProbe();
+    CMPIStatus st = invoke(s, "RunDiagnostic", elementArgs(std::string(1 << 20, 'x')), probe);
+    EXPECT_EQ(st.rc, CMPI_RC_ERR_INVALID_PARAMETER);
+    ASSERT_NE(st.msg, nullptr);
+    EXPECT_NE(std::string(st.msg->ft->getCharPtr(st.msg, nullptr)).find("ManagedElement"),
+              std::string::npos);
+
+    CMPIArgs* many = broker()->eft->newArgs(broker(), nullptr);
+    CMPIObjectPath* element = path("Core_Element");
+    for (int k = 0; k < 300; ++k)
+        element->ft->addKey(element, ("K" + std::to_string(k)).c_str(),
+                            reinterpret_cast<const CMPIValue*>("v"), CMPI_chars);
+    CMPIValue v;
+    v.ref = element;
+    many->ft->addArg(many, "ManagedElement", &v, CMPI_ref);
+    EXPECT_EQ(invoke(s, "RunDiagnostic", many, probe).rc, CMPI_RC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(s->runs, 0);
+    EXPECT_EQ(recordCount(broker()), before);
+}
+
+TEST_P(RunDiagnosticTest, TheTestLearnsWhetherTheElementLivesOnThisSystem) {
+    ScriptedService* s = registerService();
+    auto localAfterRun = [&](const char* host, const char* ns) {
+        ProbeResult probe = makeProbe();
+        EXPECT_EQ(invoke(s, "RunDiagnostic", elementArgs("d", host, ns), probe).rc, CMPI_RC_OK);
+        return s->seenLocal;
+    };
+    EXPECT_TRUE(localAfterRun(nullptr, "root/cimv2"));
+    EXPECT_TRUE(localAfterRun("localhost", "root/cimv2"));
+    EXPECT_TRUE(localAfterRun("127.0.0.1", "ROOT/CIMV2"));
+    EXPECT_FALSE(localAfterRun("other.example", "root/cimv2"));
+    EXPECT_FALSE(localAfterRun(nullptr, "root/nothere"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Dialects, RunDiagnosticTest,
