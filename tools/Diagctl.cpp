@@ -58,6 +58,10 @@ int Diagctl::run() {
         hostOptions.providerPath.push_back(defaults.providers);
     hostOptions.logEchoLevel = options_.verbose ? 4 : 0;
     hostOptions.logEcho = &err_;
+    // Serve the providers as the real object managers do: upcalls on another thread, the broker's
+    // strict behaviour.
+    hostOptions.upcallsOnOtherThread = true;
+    hostOptions.strict = true;
     host::Host host(hostOptions);
     try {
         host.loadMof(options_.mof.empty() ? defaults.mof : options_.mof, options_.nameSpace);
