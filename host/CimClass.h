@@ -73,6 +73,12 @@ struct CimClass {
     std::vector<CimProperty> properties;
     // Every method, inherited ones first, overrides in place.
     std::vector<CimMethod> methods;
+    // The key properties (positions in `properties`) in the order sfcb's repository lists them,
+    // which is the order of the keys in the paths sfcb makes for instances. Compiling a class,
+    // sfcb takes the inherited properties the class does not declare again in the reverse of
+    // the superclass's order, then the class's own declarations as written, an override at its
+    // own place; a class added already resolved lists its keys in its property order.
+    std::vector<std::uint32_t> sfcbKeyOrder;
 
     // Lookups ignore the case of the name, as CIM names do; null when absent.
     const CimProperty* findProperty(const std::string& name) const;

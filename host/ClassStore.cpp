@@ -48,6 +48,29 @@ bool fixedByDefault(const std::string& q) {
     return std::any_of(std::begin(names), std::end(names), [&](const char* n) { return q == n; });
 }
 
+// The keys of a class in sfcb's order (see CimClass::sfcbKeyOrder): sfcb's MOF compiler starts
+// the property list with the class's own declarations and puts every inherited property the class
+// does not declare again in front of them, one at a time in the superclass's order, so those end
+// up reversed. `ownAt` holds where each own declaration sits in cls.properties; inherited
+// properties keep their superclass positions there.
+std::vector<std::uint32_t> sfcbKeyOrder(const CimClass* base, const CimClass& cls,
+                                        const std::vector<std::uint32_t>& ownAt) {
+    std::vector<std::uint32_t> order;
+    if (base != nullptr) {
+        for (auto it = base->sfcbKeyOrder.rbegin(); it != base->sfcbKeyOrder.rend(); ++it) {
+            if (std::find(ownAt.begin(), ownAt.end(), *it) == ownAt.end()) {
+                order.push_back(*it);
+            }
+        }
+    }
+    for (std::uint32_t at : ownAt) {
+        if (cls.properties[at].key) {
+            order.push_back(at);
+        }
+    }
+    return order;
+}
+
 // The initializer of a property given only as text (a class built by hand), parsed the way the
 // MOF reader leaves it: the kind of the declared type, array elements split at ",".
 MofValue defaultFromText(const CimProperty& p) {
@@ -74,6 +97,17 @@ MofValue defaultFromText(const CimProperty& p) {
         from = comma + 1;
     }
     return v;
+}
+
+// A class given resolved lists its keys for sfcb in its own property order.
+std::vector<std::uint32_t> keysInPropertyOrder(const CimClass& cls) {
+    std::vector<std::uint32_t> order;
+    for (std::size_t i = 0; i < cls.properties.size(); ++i) {
+        if (cls.properties[i].key) {
+            order.push_back(static_cast<std::uint32_t>(i));
+        }
+    }
+    return order;
 }
 
 } // namespace
@@ -142,20 +176,21 @@ void ClassStore::merge(const Namespace& space, CimQualifiers& target,
 CimClass ClassStore::resolve(const Namespace& space, const CimClass& declared) const {
     CimClass out;
     out.name = declared.name;
+    const CimClass* base = nullptr;
     if (!declared.superclass.empty()) {
         const ClassEntry* parent = findEntry(space, declared.superclass);
         if (parent == nullptr) {
             throw std::invalid_argument("superclass " + declared.superclass + " of class " +
                                         declared.name + " is not defined");
         }
-        const CimClass& base = parent->resolved;
-        out.superclass = base.name;
-        out.qualifiers = inherited(space, base.qualifiers);
-        out.properties = base.properties;
+        base = &parent->resolved;
+        out.superclass = base->name;
+        out.qualifiers = inherited(space, base->qualifiers);
+        out.properties = base->properties;
         for (CimProperty& p : out.properties) {
             p.qualifiers = inherited(space, p.qualifiers);
         }
-        out.methods = base.methods;
+        out.methods = base->methods;
         for (CimMethod& m : out.methods) {
             m.qualifiers = inherited(space, m.qualifiers);
         }
@@ -174,9 +209,13 @@ CimClass ClassStore::resolve(const Namespace& space, const CimClass& declared) c
         }
     };
 
+    // Where each of the class's own declarations landed in `properties`.
+    std::vector<std::uint32_t> ownAt;
+    ownAt.reserve(declared.properties.size());
     for (const CimProperty& own : declared.properties) {
         auto it = std::find_if(out.properties.begin(), out.properties.end(),
                                [&](const CimProperty& p) { return sameName(p.name, own.name); });
+        ownAt.push_back(static_cast<std::uint32_t>(it - out.properties.begin()));
         if (it == out.properties.end()) {
             checkOverride(own.qualifiers, own.name);
             CimProperty p = own;
@@ -196,6 +235,7 @@ CimClass ClassStore::resolve(const Namespace& space, const CimClass& declared) c
         merge(space, it->qualifiers, own.qualifiers);
         it->key = isTrue(it->qualifiers, "key");
     }
+    out.sfcbKeyOrder = sfcbKeyOrder(base, out, ownAt);
 
     for (const CimMethod& own : declared.methods) {
         auto it = std::find_if(out.methods.begin(), out.methods.end(),
@@ -346,6 +386,7 @@ void ClassStore::addResolvedClass(const std::string& ns, CimClass cls) {
             m.originClass = cls.name;
         }
     }
+    cls.sfcbKeyOrder = keysInPropertyOrder(cls);
     cls.indexProperties();
     checkNoCycle(space, cls.name, cls.superclass);
     auto existing = space.classes.find(key);

@@ -11,6 +11,7 @@
 #include "host/HostDateTime.h"
 #include "host/HostObjectPath.h"
 #include "host/HostString.h"
+#include "host/PathDialect.h"
 
 #include <atomic>
 #include <limits>
@@ -492,13 +493,23 @@ HostObjectPath* HostInstance::makePath() const {
         ScopeMemory::PartsOf parts(this);
         keys = std::make_shared<HostObjectPath::KeySet>();
         const auto& props = class_->properties;
-        for (std::size_t i = 0; i < count_; ++i) {
+        auto addKey = [&](std::size_t i) {
             if (!props[i].key || (at(i).state & CMPI_nullValue))
-                continue;
+                return;
             CMPIData copy{};
             CMPIrc rc = DataCopy::copy(broker(), at(i), Placement::Parent, copy);
             (void)rc; // the values are the host's own objects
             keys->appendBorrowed(props[i].name.c_str(), copy);
+        };
+        if (broker().dialect() == PathDialect::Sfcb) {
+            // sfcb lists an instance's keys as its repository lists the class's properties.
+            for (std::uint32_t i : class_->sfcbKeyOrder) {
+                if (i < count_)
+                    addKey(i);
+            }
+        } else {
+            for (std::size_t i = 0; i < count_; ++i)
+                addKey(i);
         }
         std::atomic_store(&pathKeys_, made ? keys : onePathMade());
     }

@@ -58,7 +58,8 @@ public:
     void setFilter(const char** properties, const char** keyList);
 
     // A new path, owned by nobody: namespace and host of the instance, the class name as
-    // declared, and the key properties that are set, in declaration order.
+    // declared, and the key properties that are set, in declaration order (under the sfcb
+    // dialect in the class's sfcbKeyOrder).
     HostObjectPath* makePath() const;
 
     HostObject* copy() const override;

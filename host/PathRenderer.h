@@ -2,8 +2,9 @@
 // them. Pegasus: "//host/ns:Class.k1=v1,k2=v2" with the host only when set and keys sorted by
 // name ignoring case; strings, datetimes, chars and references quoted, with backslash and
 // double quote escaped; booleans TRUE/FALSE. Sfcb: "ns:Class.k1=v1,..." without host, keys in
-// the order they were added, strings and datetimes quoted but not escaped, references bare;
-// booleans true/false. Either way the namespace and ':' appear only when a namespace is set.
+// the order they were added (an instance's path adds them in its class's sfcbKeyOrder), strings and
+// datetimes quoted but not escaped, references bare; booleans true/false. Either way the namespace
+// and ':' appear only when a namespace is set.
 #ifndef DIAGCORE_HOST_PATHRENDERER_H
 #define DIAGCORE_HOST_PATHRENDERER_H
 

@@ -393,17 +393,21 @@ TEST_F(InstanceDefaultsTest, NewInstanceStartsWithEveryDefaultTypedAsDeclared) {
     EXPECT_EQ(stringProperty(leaf, "Label"), "a \"quoted\", label");
     EXPECT_EQ(stringProperty(leaf, "Id"), "unnamed");
     CMPIData removal = good("Removal", CMPI_dateTime);
+    ASSERT_NE(removal.value.dateTime, nullptr);
     EXPECT_TRUE(CMIsInterval(removal.value.dateTime, nullptr));
     EXPECT_EQ(text(CMGetStringFormat(removal.value.dateTime, nullptr)),
               "00000000000500.000000:000");
 
     CMPIData codes = good("Codes", CMPI_uint16A);
+    ASSERT_NE(codes.value.array, nullptr);
     ASSERT_EQ(CMGetArrayCount(codes.value.array, nullptr), 2u);
     EXPECT_EQ(CMGetArrayElementAt(codes.value.array, 0, nullptr).value.uint16, 3);
     EXPECT_EQ(CMGetArrayElementAt(codes.value.array, 1, nullptr).value.uint16, 4);
     // A string element may hold the comma that joins the elements' texts elsewhere.
     EXPECT_EQ(stringElements(good("Words", CMPI_stringA)), (std::vector<std::string>{"a,b", "c"}));
-    EXPECT_EQ(CMGetArrayCount(good("NoCodes", CMPI_uint16A).value.array, nullptr), 0u);
+    CMPIData noCodes = good("NoCodes", CMPI_uint16A);
+    ASSERT_NE(noCodes.value.array, nullptr);
+    EXPECT_EQ(CMGetArrayCount(noCodes.value.array, nullptr), 0u);
 
     // Without an initializer a property stays null.
     EXPECT_EQ(CMGetProperty(leaf, "Note", nullptr).state, CMPI_nullValue);

@@ -122,6 +122,41 @@ TEST_F(PathTextTest, InstancePathTextFollowsDeclarationOrderInSfcbAndSortedOrder
     }
 }
 
+TEST_F(PathTextTest, SfcbInstancePathsListKeysAsSfcbCompiledTheClassPegasusStillSorts) {
+    // A port whose keys are declared three levels up: sfcb's repository lists them reversed.
+    repo.loadText(R"(
+class Test_Device { [Key] string SystemCreationClassName; [Key] string SystemName;
+                    [Key] string CreationClassName; [Key] string DeviceID; };
+class Test_Port : Test_Device { uint64 Speed; };
+class Test_NetworkPort : Test_Port { [Override ("Speed")] uint64 Speed; };
+class Test_OwnPort : Test_NetworkPort { string OperState; };
+)",
+                  "root/cimv2", "ports.mof");
+    auto sfcb = makeBroker(PathDialect::Sfcb);
+    for (const CMPIBroker* b : {mb, sfcb->cmpi()}) {
+        // The provider sets the keys in yet another order, and the path it names the class by
+        // carries one of them already.
+        CMPIObjectPath* op = CMNewObjectPath(b, "root/cimv2", "Test_OwnPort", nullptr);
+        CMAddKey(op, "SystemName", "host1", CMPI_chars);
+        CMPIInstance* port = CMNewInstance(b, op, nullptr);
+        ASSERT_NE(port, nullptr);
+        CMSetProperty(port, "SystemCreationClassName", "Sys", CMPI_chars);
+        CMSetProperty(port, "DeviceID", "eth0", CMPI_chars);
+        CMSetProperty(port, "CreationClassName", "Test_OwnPort", CMPI_chars);
+        const std::string expected = b == mb
+                                         ? "CreationClassName=\"Test_OwnPort\",DeviceID=\"eth0\","
+                                           "SystemCreationClassName=\"Sys\",SystemName=\"host1\""
+                                         : "DeviceID=\"eth0\",CreationClassName=\"Test_OwnPort\","
+                                           "SystemName=\"host1\",SystemCreationClassName=\"Sys\"";
+        CMPIObjectPath* result = CMGetObjectPath(port, nullptr);
+        EXPECT_EQ(pathText(result), "root/cimv2:Test_OwnPort." + expected);
+        // The path's own key order is the one its text shows.
+        CMPIString* first = nullptr;
+        CMGetKeyAt(result, 0, &first, nullptr);
+        EXPECT_EQ(text(first), b == mb ? "SystemCreationClassName" : "DeviceID");
+    }
+}
+
 TEST_F(PathTextTest, NamespaceAndHostCopyFromAnotherPath) {
     CMPIObjectPath* from = path("root/interop", "Test_Record");
     CMSetHostname(from, "h");

@@ -177,6 +177,56 @@ TEST_F(MofReaderTest, InheritedMembersComeFirstAndOverridesReplaceThemInPlace) {
     EXPECT_EQ(leaf.qualifiers.at("description"), "root");
 }
 
+// A service and a port the way DMTF nests them: the service's keys are declared by its grandparent
+// (Name overriding the root's), the port's by its great-grandparent.
+const char* const kKeyLevels = R"(
+class T_Element { string Caption; string Name; };
+class T_Service : T_Element {
+    [Key] string SystemCreationClassName; [Key] string SystemName;
+    [Key] string CreationClassName; [Key, Override ("Name")] string Name;
+};
+class T_DiagService : T_Service { };
+class T_NetDiagService : T_DiagService { };
+class T_Device : T_Element {
+    [Key] string SystemCreationClassName; [Key] string SystemName;
+    [Key] string CreationClassName; [Key] string DeviceID;
+};
+class T_Port : T_Device { uint64 Speed; };
+class T_NetworkPort : T_Port { [Override ("Speed")] uint64 Speed; };
+class T_NetPort : T_NetworkPort { string OperState; };
+class T_NameFirst : T_Element {
+    [Key, Override ("Name")] string Name; [Key] string CreationClassName;
+};
+class T_NameFirstLeaf : T_NameFirst { };
+class T_NameFirstLeaf2 : T_NameFirstLeaf { };
+)";
+
+TEST_F(MofReaderTest, SfcbKeyOrderReversesInheritedKeysAtEachLevelAndKeepsOwnDeclarationsInPlace) {
+    repo.loadText(kKeyLevels, "root/test", "keys.mof");
+    auto sfcbKeys = [&](const char* className) {
+        const CimClass* c = repo.findClass("root/test", className);
+        std::vector<std::string> names;
+        for (std::uint32_t at : c->sfcbKeyOrder)
+            names.push_back(c->properties.at(at).name);
+        return names;
+    };
+    using Names = std::vector<std::string>;
+    EXPECT_EQ(sfcbKeys("T_Service"),
+              (Names{"SystemCreationClassName", "SystemName", "CreationClassName", "Name"}));
+    EXPECT_EQ(sfcbKeys("T_DiagService"),
+              (Names{"Name", "CreationClassName", "SystemName", "SystemCreationClassName"}));
+    // The orders sfcb gives the DMTF services and network ports.
+    EXPECT_EQ(sfcbKeys("T_NetDiagService"),
+              (Names{"SystemCreationClassName", "SystemName", "CreationClassName", "Name"}));
+    EXPECT_EQ(sfcbKeys("T_NetPort"),
+              (Names{"DeviceID", "CreationClassName", "SystemName", "SystemCreationClassName"}));
+    // An override counts where it is written, not where the property was first declared.
+    EXPECT_EQ(sfcbKeys("T_NameFirstLeaf2"), (Names{"Name", "CreationClassName"}));
+    EXPECT_EQ(sfcbKeys("T_NameFirstLeaf"), (Names{"CreationClassName", "Name"}));
+    // The properties themselves keep the declaration order.
+    EXPECT_EQ(repo.findClass("root/test", "T_NetDiagService")->properties[1].name, "Name");
+}
+
 TEST_F(MofReaderTest, AssociationAndIndicationFlagsInheritButAbstractDoesNot) {
     load(R"(
 [Association, Abstract] class Test_Assoc { [Key] Test_X REF A; [Key] Test_X REF B; };
