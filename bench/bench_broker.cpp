@@ -1,9 +1,11 @@
 // Costs of the broker's hot paths: object path text in both dialects, making and filling an
-// instance of a 15-property class, reading a property, cloning, and an instance's path text.
+// instance of a 15-property class, reading a property, cloning, an instance's path text, and a
+// client path with many keys.
 #include "host/Broker.h"
 #include "host/CallScope.h"
 #include "host/ClassRepository.h"
 #include "host/LogSink.h"
+#include "host/ObjectPathText.h"
 
 #include <cmpift.h>
 #include <cmpimacs.h>
@@ -144,6 +146,25 @@ void InstancePathText(benchmark::State& state) {
     }
 }
 BENCHMARK(InstancePathText)->Arg(0)->Arg(1)->ArgName("sfcb");
+
+// A client's path text with N keys, parsed and made into a CMPIObjectPath, as the host does for
+// every request: linear in N, however many keys a client sends.
+void PathWithManyKeys(benchmark::State& state) {
+    Setup s(PathDialect::Sfcb);
+    std::string text = "Bench_Sensor.";
+    for (long i = 0; i < state.range(0); ++i)
+        text += (i ? ",K" : "K") + std::to_string(i) + "=\"v\"";
+    for (auto _ : state) {
+        CallScope scope(*s.broker);
+        benchmark::DoNotOptimize(ObjectPathText::toCmpi(*s.broker, text, "root/cimv2"));
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(PathWithManyKeys)
+    ->RangeMultiplier(4)
+    ->Range(256, 65536)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
 
 } // namespace
 

@@ -7,6 +7,7 @@
 #include "host/HostString.h"
 #include "host/PathRenderer.h"
 
+#include <cctype>
 #include <cstring>
 
 namespace NQORVA20::host {
@@ -245,6 +246,48 @@ HostObjectPath::KeySet::~KeySet() {
         DataCopy::destroy(k.value);
 }
 
+namespace {
+
+constexpr std::size_t scannedKeys = 16;
+
+std::string folded(std::string_view name) {
+    std::string out(name);
+    for (char& c : out)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+} // namespace
+
+std::size_t HostObjectPath::KeySet::find(std::string_view name) const {
+    if (keys.size() <= scannedKeys) {
+        for (std::size_t i = 0; i < keys.size(); ++i)
+            if (sameName(keys[i].name, name))
+                return i;
+        return std::string::npos;
+    }
+    auto it = index.find(folded(name));
+    return it == index.end() ? std::string::npos : it->second;
+}
+
+void HostObjectPath::KeySet::indexLast() {
+    if (keys.size() <= scannedKeys)
+        return;
+    try {
+        if (index.empty())
+            for (std::size_t i = 0; i < keys.size(); ++i)
+                index.emplace(folded(keys[i].name), i);
+        else
+            index.emplace(folded(keys.back().name), keys.size() - 1);
+    } catch (...) {
+        // The key stays, unfound by name, rather than half-added: take it back.
+        DataCopy::destroy(keys.back().value);
+        keys.pop_back();
+        index.clear();
+        throw;
+    }
+}
+
 void HostObjectPath::KeySet::appendBorrowed(const char* name, const CMPIData& ownedValue) {
     Key key;
     key.name = name;
@@ -255,6 +298,7 @@ void HostObjectPath::KeySet::appendBorrowed(const char* name, const CMPIData& ow
         DataCopy::destroy(key.value);
         throw;
     }
+    indexLast();
 }
 
 HostObjectPath* HostObjectPath::create(Broker& broker, const char* ns, const char* className) {
@@ -294,6 +338,7 @@ std::shared_ptr<HostObjectPath::KeySet> HostObjectPath::KeySet::copy(Broker& bro
         CMPIrc rc = DataCopy::copy(broker, k.value, Placement::Parent, own->keys.back().value);
         (void)rc; // the values are the host's own objects
     }
+    own->index = index;
     return own;
 }
 
@@ -323,11 +368,10 @@ std::vector<HostObjectPath::Key>& HostObjectPath::ownKeys() {
 }
 
 const HostObjectPath::Key* HostObjectPath::findKey(std::string_view name) const {
-    for (const Key& k : keys()) {
-        if (sameName(k.name, name))
-            return &k;
-    }
-    return nullptr;
+    if (!keys_)
+        return nullptr;
+    const std::size_t at = keys_->find(name);
+    return at == std::string::npos ? nullptr : &keys_->keys[at];
 }
 
 void HostObjectPath::setClassName(const char* name) {
@@ -359,12 +403,12 @@ CMPIrc HostObjectPath::addKey(const char* name, const CMPIValue* value, CMPIType
         DataCopy::destroy(copy);
         throw;
     }
-    for (Key& k : *keys) {
-        if (sameName(k.name, name)) {
-            DataCopy::destroy(k.value);
-            k.value = copy;
-            return CMPI_RC_OK;
-        }
+    const std::size_t at = keys_->find(name);
+    if (at != std::string::npos) {
+        Key& k = (*keys)[at];
+        DataCopy::destroy(k.value);
+        k.value = copy;
+        return CMPI_RC_OK;
     }
     try {
         Key key;
@@ -376,6 +420,7 @@ CMPIrc HostObjectPath::addKey(const char* name, const CMPIValue* value, CMPIType
         DataCopy::destroy(copy);
         throw;
     }
+    keys_->indexLast();
     return CMPI_RC_OK;
 }
 
@@ -397,6 +442,7 @@ void HostObjectPath::appendBorrowedKey(const char* name, const CMPIData& ownedVa
         DataCopy::destroy(key.value);
         throw;
     }
+    keys_->indexLast();
 }
 
 std::string HostObjectPath::toString() const {

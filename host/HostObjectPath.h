@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace NQORVA20::host {
@@ -27,6 +28,13 @@ public:
     // Key bindings that may be shared by several paths; frees the values it holds.
     struct KeySet {
         std::vector<Key> keys;
+        // Past a few keys, their positions by case-folded name, so that adding and finding keys
+        // stays linear in the number of keys (a client may send thousands).
+        std::unordered_map<std::string, std::size_t> index;
+        // The position of the key of that name, ignoring case; npos when absent.
+        std::size_t find(std::string_view name) const;
+        // To be called after every key appended to `keys`.
+        void indexLast();
         KeySet() = default;
         KeySet(const KeySet&) = delete;
         KeySet& operator=(const KeySet&) = delete;

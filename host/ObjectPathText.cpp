@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <string>
+#include <unordered_set>
 
 namespace NQORVA20::host {
 
@@ -153,12 +155,17 @@ private:
     }
 
     void keys(ObjectPathText& path) {
+        // The names seen so far, case-folded: a text with thousands of keys is read in linear
+        // time.
+        std::unordered_set<std::string> seen;
         for (;;) {
             ObjectPathText::Key key;
             key.name = identifier("a key name");
-            for (const ObjectPathText::Key& k : path.keys)
-                if (iequals(key.name, k.name.c_str()))
-                    fail("key \"" + key.name + "\" given twice");
+            std::string folded = key.name;
+            for (char& c : folded)
+                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            if (!seen.insert(std::move(folded)).second)
+                fail("key \"" + key.name + "\" given twice");
             skipSpace();
             if (pos_ == end_ || s_[pos_] != '=')
                 fail("expected '=' after key \"" + key.name + "\"");
