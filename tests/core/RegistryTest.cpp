@@ -136,10 +136,10 @@ TEST_P(RegistryTest, UnknownClassMissLogsBothWarningsAndLaterRegistrationStillWo
     EXPECT_TRUE(lines(3).empty());
 }
 
-TEST_P(RegistryTest, EnumerationAfterAMissSkipsTheEntryTheMissLeftBehind) {
+TEST_P(RegistryTest, EnumerationAfterAMissListsTheRegisteredInstances) {
     const std::string name = unique("aa");
     add("Core_Miss", name);
-    // "A" sorts before every registered text, so the empty entry comes first.
+    // "A" sorts before every registered text.
     EXPECT_EQ(registry().GetInstance(broker(), path("Core_Miss", {{"Name", "A"}})), nullptr);
     std::vector<std::string> names = namesOf("Core_Miss");
     EXPECT_NE(std::find(names.begin(), names.end(), name), names.end());
