@@ -1,9 +1,14 @@
 #include "common/LogMirror.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <string>
 
 namespace NQORVA20 {
 
@@ -22,6 +27,50 @@ MirrorState& state() {
     return *mirror;
 }
 
+// Opens a regular file for appending, or answers null. The open never waits: a FIFO without a
+// reader fails at once (ENXIO), and a FIFO with one, a device or a socket is refused after
+// fstat, so that naming one cannot stall or feed another process.
+std::FILE* openRegularFile(const std::string& path) {
+    const int fd = ::open(path.c_str(),
+                          O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return nullptr;
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        return nullptr;
+    }
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags >= 0)
+        ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+    std::FILE* out = ::fdopen(fd, "a");
+    if (out == nullptr)
+        ::close(fd);
+    return out;
+}
+
+// Appends text with its control characters written out (\n, \r, \t, other bytes as \xNN), so
+// that a line always ends where the mirror ends it, whatever a client put into a key value.
+void appendEscaped(std::string& line, const char* text) {
+    static const char hex[] = "0123456789abcdef";
+    for (const char* p = text; *p != '\0'; ++p) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (c >= 0x20 && c != 0x7f) {
+            line.push_back(*p);
+        } else if (c == '\n') {
+            line += "\\n";
+        } else if (c == '\r') {
+            line += "\\r";
+        } else if (c == '\t') {
+            line += "\\t";
+        } else {
+            line += "\\x";
+            line.push_back(hex[c >> 4]);
+            line.push_back(hex[c & 0xf]);
+        }
+    }
+}
+
 } // namespace
 
 bool LogMirror::open(const std::string& target, int maxSeverity) {
@@ -35,7 +84,7 @@ bool LogMirror::open(const std::string& target, int maxSeverity) {
     if (target == "stderr") {
         s.out = stderr;
     } else if (!target.empty()) {
-        s.out = std::fopen(target.c_str(), "a");
+        s.out = openRegularFile(target);
         s.ownsFile = s.out != nullptr;
     }
     s.enabled = s.out != nullptr;
@@ -61,7 +110,16 @@ void LogMirror::write(int severity, const char* id, const char* text) {
     std::lock_guard<std::mutex> lock(s.mutex);
     if (s.out == nullptr || severity > s.maxSeverity)
         return;
-    std::fprintf(s.out, "%s[%d]: %s\n", id ? id : "", severity, text ? text : "");
+    std::string line;
+    try {
+        appendEscaped(line, id ? id : "");
+        line += "[" + std::to_string(severity) + "]: ";
+        appendEscaped(line, text ? text : "");
+        line += '\n';
+    } catch (...) {
+        return; // no memory for the copy: the broker still has the line
+    }
+    std::fwrite(line.data(), 1, line.size(), s.out);
     std::fflush(s.out);
 }
 
