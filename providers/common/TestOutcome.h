@@ -16,6 +16,9 @@ enum TestOutcome : unsigned int {
     // The element is ours but the test could not run on it (for example the write probe on a
     // read-only mount, or statistics the kernel does not offer).
     TestNotRun = 3,
+    // The same value, for a test that did not finish within its deadline or was not started
+    // because an earlier one is still stuck: "Timeout" in the DMTF's values of RunDiagnostic.
+    TestTimedOut = 3,
 };
 
 } // namespace NQORVA20::providers

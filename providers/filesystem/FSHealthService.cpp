@@ -6,9 +6,7 @@
 #include "providers/filesystem/FSDiag.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -37,57 +35,43 @@ struct DirCloser {
 } // namespace
 
 FSHealthService::FSHealthService(std::string installDate, std::string systemName,
-                                 const MountedFileSystems& fileSystems)
-    : ElementDiagService(fsdiag::serviceClass, fsdiag::recordClass, std::move(installDate),
-                         std::move(systemName), fileSystems.catalog(),
-                         {fsdiag::healthServiceName, "File system health",
-                          "Checks that a mounted local file system can be listed and has free "
-                          "space and free inodes above the configured thresholds",
-                          fsdiag::notPublished, fsdiag::aborted}),
-      fileSystems_(fileSystems) {}
+                                 const MountedFileSystems& fileSystems, Check work)
+    : MountTestService(std::move(installDate), std::move(systemName), fileSystems,
+                       {fsdiag::healthServiceName, "File system health",
+                        "Checks that a mounted local file system can be listed and has free "
+                        "space and free inodes above the configured thresholds",
+                        fsdiag::notPublished, fsdiag::aborted},
+                       std::move(work)) {}
 
-std::string FSHealthService::elementName(std::size_t index) const {
-    return fileSystems_.mount(index).mountPoint;
-}
-
-unsigned int FSHealthService::runOnElement(std::size_t index, DiagnosticRecord& record) {
-    const MountTable::Entry& mount = fileSystems_.mount(index);
+MountFinding FSHealthService::check(MountPoint& point) {
+    const MountTable::Entry& mount = point.entry();
     const std::string subject = mount.mountPoint + " (" + mount.type + " on " + mount.device + ")";
+    auto failed = [&](const char* code, const std::string& why) {
+        return MountFinding{TestFailed, {code}, subject + ": " + why};
+    };
 
-    const int fd = ::open(mount.mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-        record.fail(1, "FS_UNREADABLE", 1,
-                    subject + ": cannot open the mount point: " + SystemErrorText::describe(errno));
-        return TestFailed;
-    }
+    MountPoint::Opened opened = point.open();
+    if (!opened.folder)
+        return failed(opened.replaced ? fsdiag::mountReplaced : "FS_UNREADABLE", opened.problem);
     // The descriptor belongs to the stream from here on; closedir closes both.
-    std::unique_ptr<DIR, DirCloser> dir(::fdopendir(fd));
-    if (!dir) {
-        const int error = errno;
-        ::close(fd);
-        record.fail(1, "FS_UNREADABLE", 1,
-                    subject + ": cannot list the mount point: " + SystemErrorText::describe(error));
-        return TestFailed;
-    }
+    std::unique_ptr<DIR, DirCloser> dir(::fdopendir(opened.folder.get()));
+    if (!dir)
+        return failed("FS_UNREADABLE",
+                      "cannot list the mount point: " + SystemErrorText::describe(errno));
+    opened.folder.release();
     unsigned long entries = 0;
     errno = 0;
     while (entries < listingLimit && ::readdir(dir.get()) != nullptr) {
         ++entries;
         errno = 0;
     }
-    if (errno != 0) {
-        record.fail(1, "FS_UNREADABLE", 1,
-                    subject +
-                        ": listing the mount point failed: " + SystemErrorText::describe(errno));
-        return TestFailed;
-    }
+    if (errno != 0)
+        return failed("FS_UNREADABLE",
+                      "listing the mount point failed: " + SystemErrorText::describe(errno));
 
     struct statvfs info;
-    if (::fstatvfs(::dirfd(dir.get()), &info) != 0) {
-        record.fail(1, "FS_STATFS_FAILED", 1,
-                    subject + ": statvfs failed: " + SystemErrorText::describe(errno));
-        return TestFailed;
-    }
+    if (::fstatvfs(::dirfd(dir.get()), &info) != 0)
+        return failed("FS_STATFS_FAILED", "statvfs failed: " + SystemErrorText::describe(errno));
 
     const EnvironmentSetting::Percent minSpace =
         EnvironmentSetting::percent("ZORQ_FS_MIN_FREE_PERCENT", defaultMinimumPercent);
@@ -122,12 +106,7 @@ unsigned int FSHealthService::runOnElement(std::size_t index, DiagnosticRecord& 
         if (!note.empty())
             details += "; " + note;
 
-    if (failures.empty()) {
-        passWith(record, details);
-        return TestPassed;
-    }
-    failWith(record, failures, details);
-    return TestFailed;
+    return {failures.empty() ? TestPassed : TestFailed, failures, details};
 }
 
 } // namespace NQORVA20::providers

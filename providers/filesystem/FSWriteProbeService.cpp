@@ -8,6 +8,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <vector>
@@ -16,37 +17,58 @@ namespace NQORVA20::providers {
 
 namespace {
 
-// Owns the probe file: closes and removes it when the probe leaves early.
+// Owns the probe file, a name in the mount point folder: closes and removes it when the probe
+// leaves early.
 class ProbeFile {
 public:
-    ProbeFile(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
+    ProbeFile(int folder, int fd, std::string name)
+        : folder_(folder), fd_(fd), name_(std::move(name)) {}
     ~ProbeFile() {
         if (fd_ >= 0)
             ::close(fd_);
-        if (!path_.empty())
-            ::unlink(path_.c_str());
+        if (!name_.empty())
+            ::unlinkat(folder_, name_.c_str(), 0);
     }
     ProbeFile(const ProbeFile&) = delete;
     ProbeFile& operator=(const ProbeFile&) = delete;
 
     int fd() const { return fd_; }
-    const std::string& path() const { return path_; }
     // Closes and removes the file now; answers 0 or the errno of the step that failed.
     int remove() {
         int error = 0;
         if (::close(fd_) != 0)
             error = errno;
         fd_ = -1;
-        if (::unlink(path_.c_str()) != 0 && error == 0)
+        if (::unlinkat(folder_, name_.c_str(), 0) != 0 && error == 0)
             error = errno;
-        path_.clear();
+        name_.clear();
         return error;
     }
 
 private:
+    int folder_;
     int fd_;
-    std::string path_;
+    std::string name_;
 };
+
+// Six characters for the probe file's name that differ between probes of this process and
+// between processes.
+std::string randomSuffix() {
+    static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    static std::atomic<unsigned long long> counter{0};
+    unsigned long long bits = static_cast<unsigned long long>(
+                                  std::chrono::steady_clock::now().time_since_epoch().count()) ^
+                              (static_cast<unsigned long long>(::getpid()) << 32) ^
+                              (++counter * 0x9e3779b97f4a7c15ull);
+    // A final mix (splitmix64) so that neighbouring inputs give unrelated names.
+    bits = (bits ^ (bits >> 30)) * 0xbf58476d1ce4e5b9ull;
+    bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebull;
+    bits ^= bits >> 31;
+    std::string suffix;
+    for (int i = 0; i < 6; ++i, bits /= sizeof alphabet - 1)
+        suffix.push_back(alphabet[bits % (sizeof alphabet - 1)]);
+    return suffix;
+}
 
 // Writes all of data, resuming after interruptions and short writes; 0 or an errno.
 int writeAll(int fd, const std::vector<unsigned char>& data) {
@@ -90,52 +112,59 @@ bool notOursToWrite(int error) {
 } // namespace
 
 FSWriteProbeService::FSWriteProbeService(std::string installDate, std::string systemName,
-                                         const MountedFileSystems& fileSystems)
-    : ElementDiagService(fsdiag::serviceClass, fsdiag::recordClass, std::move(installDate),
-                         std::move(systemName), fileSystems.catalog(),
-                         {fsdiag::probeServiceName, "File system write probe",
-                          "Writes, syncs, reads back and removes a small temporary file on a "
-                          "writable mounted local file system",
-                          fsdiag::notPublished, fsdiag::aborted}),
-      fileSystems_(fileSystems) {}
+                                         const MountedFileSystems& fileSystems, Check work)
+    : MountTestService(std::move(installDate), std::move(systemName), fileSystems,
+                       {fsdiag::probeServiceName, "File system write probe",
+                        "Writes, syncs, reads back and removes a small temporary file on a "
+                        "writable mounted local file system",
+                        fsdiag::notPublished, fsdiag::aborted},
+                       std::move(work)) {}
 
-std::string FSWriteProbeService::elementName(std::size_t index) const {
-    return fileSystems_.mount(index).mountPoint;
-}
-
-unsigned int FSWriteProbeService::runOnElement(std::size_t index, DiagnosticRecord& record) {
-    const MountTable::Entry& mount = fileSystems_.mount(index);
+MountFinding FSWriteProbeService::probe(MountPoint& point) {
+    const MountTable::Entry& mount = point.entry();
     const std::string& where = mount.mountPoint;
     auto skipped = [&](const std::string& why) {
-        failWith(record, {"FS_PROBE_SKIPPED"}, where + ": write probe skipped: " + why);
-        return TestNotRun;
+        return MountFinding{
+            TestNotRun, {"FS_PROBE_SKIPPED"}, where + ": write probe skipped: " + why};
+    };
+    auto failed = [&](const char* code, const std::string& why) {
+        return MountFinding{TestFailed, {code}, where + ": " + why};
     };
 
     if (mount.readOnly)
         return skipped("mounted read-only (options " + mount.options + ")");
+    const MountPoint::Opened opened = point.open();
+    if (!opened.folder) {
+        if (opened.replaced)
+            return failed(fsdiag::mountReplaced, opened.problem + "; nothing was written");
+        return skipped(opened.problem);
+    }
+    const int folder = opened.folder.get();
     struct statvfs info;
-    if (::statvfs(where.c_str(), &info) == 0 && (info.f_flag & ST_RDONLY) != 0)
+    if (::fstatvfs(folder, &info) == 0 && (info.f_flag & ST_RDONLY) != 0)
         return skipped("mounted read-only");
-    if (::access(where.c_str(), W_OK) != 0)
+    if (::faccessat(folder, ".", W_OK, 0) != 0)
         return skipped("not writable by this process: " + SystemErrorText::describe(errno));
 
-    std::string name = where;
-    if (name.back() != '/')
-        name += '/';
-    name += probePrefix;
-    name += "XXXXXX";
-    std::vector<char> pathBuffer(name.begin(), name.end());
-    pathBuffer.push_back('\0');
-    const int fd = ::mkstemp(pathBuffer.data());
+    // A new file of our own in this folder: never an existing one, never through a link.
+    std::string name;
+    int fd = -1;
+    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+        name = probePrefix + randomSuffix();
+        fd = ::openat(folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                      0600);
+        if (fd < 0 && errno != EEXIST)
+            break;
+    }
     if (fd < 0) {
         const int error = errno;
         if (notOursToWrite(error))
             return skipped("cannot create a file: " + SystemErrorText::describe(error));
-        failWith(record, {"FS_PROBE_CREATE"},
-                 where + ": cannot create the probe file: " + SystemErrorText::describe(error));
-        return TestFailed;
+        return failed("FS_PROBE_CREATE",
+                      "cannot create the probe file: " + SystemErrorText::describe(error));
     }
-    ProbeFile probe(fd, pathBuffer.data());
+    ProbeFile file(folder, fd, name);
+    const std::string path = (where.back() == '/' ? where : where + "/") + name;
 
     // A pattern that differs between runs, so stale data from an earlier probe cannot pass.
     const auto seed = static_cast<unsigned long>(
@@ -144,42 +173,27 @@ unsigned int FSWriteProbeService::runOnElement(std::size_t index, DiagnosticReco
     for (std::size_t i = 0; i < pattern.size(); ++i)
         pattern[i] = static_cast<unsigned char>((seed >> (i % 4 * 8)) + i * 131u);
 
-    if (const int error = writeAll(probe.fd(), pattern)) {
-        failWith(record, {"FS_PROBE_WRITE"},
-                 where + ": writing " + probe.path() +
-                     " failed: " + SystemErrorText::describe(error));
-        return TestFailed;
-    }
-    if (::fsync(probe.fd()) != 0) {
-        failWith(record, {"FS_PROBE_SYNC"},
-                 where + ": syncing " + probe.path() +
-                     " failed: " + SystemErrorText::describe(errno));
-        return TestFailed;
-    }
+    if (const int error = writeAll(file.fd(), pattern))
+        return failed("FS_PROBE_WRITE",
+                      "writing " + path + " failed: " + SystemErrorText::describe(error));
+    if (::fsync(file.fd()) != 0)
+        return failed("FS_PROBE_SYNC",
+                      "syncing " + path + " failed: " + SystemErrorText::describe(errno));
     std::vector<unsigned char> readBack(probeSize);
-    if (const int error = readAll(probe.fd(), readBack)) {
-        failWith(record, {"FS_PROBE_READ"},
-                 where + ": reading " + probe.path() +
-                     " back failed: " + SystemErrorText::describe(error));
-        return TestFailed;
-    }
-    for (std::size_t i = 0; i < probeSize; ++i) {
-        if (readBack[i] != pattern[i]) {
-            failWith(record, {"FS_PROBE_MISMATCH"},
-                     where + ": " + probe.path() + " read back different data at byte " +
-                         std::to_string(i));
-            return TestFailed;
-        }
-    }
-    const std::string path = probe.path();
-    if (const int error = probe.remove()) {
-        failWith(record, {"FS_PROBE_REMOVE"},
-                 where + ": removing " + path + " failed: " + SystemErrorText::describe(error));
-        return TestFailed;
-    }
-    passWith(record, where + ": wrote, synced, read back and removed " + std::to_string(probeSize) +
-                         " bytes in " + path);
-    return TestPassed;
+    if (const int error = readAll(file.fd(), readBack))
+        return failed("FS_PROBE_READ",
+                      "reading " + path + " back failed: " + SystemErrorText::describe(error));
+    for (std::size_t i = 0; i < probeSize; ++i)
+        if (readBack[i] != pattern[i])
+            return failed("FS_PROBE_MISMATCH",
+                          path + " read back different data at byte " + std::to_string(i));
+    if (const int error = file.remove())
+        return failed("FS_PROBE_REMOVE",
+                      "removing " + path + " failed: " + SystemErrorText::describe(error));
+    return {TestPassed,
+            {},
+            where + ": wrote, synced, read back and removed " + std::to_string(probeSize) +
+                " bytes in " + path};
 }
 
 } // namespace NQORVA20::providers

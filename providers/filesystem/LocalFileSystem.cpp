@@ -2,8 +2,6 @@
 
 #include "providers/filesystem/FSDiag.h"
 
-#include <sys/statvfs.h>
-
 namespace NQORVA20::providers {
 
 LocalFileSystem::LocalFileSystem(MountTable::Entry mount, std::string systemName)
@@ -31,14 +29,8 @@ void LocalFileSystem::init() {
     // 2: persistent storage; 3: gone with the machine's memory.
     get("PersistenceType") = mount_.type == "tmpfs" ? "3" : "2";
     get("EnabledState") = "2";
-
-    struct statvfs info;
-    if (::statvfs(mount_.mountPoint.c_str(), &info) == 0) {
-        get("BlockSize") = std::to_string(info.f_frsize);
-        get("FileSystemSize") =
-            std::to_string(static_cast<unsigned long long>(info.f_blocks) * info.f_frsize);
-        get("MaxFileNameLength") = std::to_string(info.f_namemax);
-    }
+    // Sizes are left out: statvfs would ask the file system, and a mount that does not answer
+    // would hold start-up for good. FileSystemHealth reports the free space when it runs.
 }
 
 } // namespace NQORVA20::providers

@@ -1,6 +1,6 @@
 // One mounted local file system as a ZORQ_LocalFileSystem instance object: its keys (the
-// hosting system and the mount point as Name) and the facts the mount table and statvfs give
-// at start-up.
+// hosting system and the mount point as Name) and the facts the mount table gives. Nothing is
+// asked of the file system itself.
 #ifndef ZORQ_PROVIDERS_FILESYSTEM_LOCALFILESYSTEM_H
 #define ZORQ_PROVIDERS_FILESYSTEM_LOCALFILESYSTEM_H
 
@@ -15,7 +15,7 @@ class LocalFileSystem : public InstanceImpl {
 public:
     LocalFileSystem(MountTable::Entry mount, std::string systemName);
     ~LocalFileSystem() override;
-    // Sets every property from the mount (overwriting); sizes only when statvfs answers.
+    // Sets every property the mount table gives (overwriting).
     void init() override;
 
 private:

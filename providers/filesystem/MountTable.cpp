@@ -3,6 +3,7 @@
 #include "providers/common/EnvironmentSetting.h"
 #include "providers/common/SmallTextFile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -30,6 +31,18 @@ const char* const networkPrefixes[] = {"nfs", "smb"};
 
 bool startsWith(const std::string& text, const char* prefix) {
     return text.rfind(prefix, 0) == 0;
+}
+
+// Whether the kernel already knows the path as something other than a folder (a single file
+// bind-mounted onto a file). The type comes from what the kernel holds (AT_STATX_DONT_SYNC):
+// no request reaches the file system, so a mount that does not answer cannot hold start-up
+// here, as stat() or statvfs() would. Nothing known, or no statx: kept, a test will tell.
+bool isKnownNonFolder(const std::string& path) {
+    struct statx info;
+    if (::statx(AT_FDCWD, path.c_str(), AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW,
+                STATX_TYPE, &info) != 0)
+        return false;
+    return (info.stx_mask & STATX_TYPE) != 0 && !S_ISDIR(info.stx_mode);
 }
 
 bool hasOption(const std::string& options, const std::string& wanted) {
@@ -111,8 +124,7 @@ std::vector<MountTable::Entry> MountTable::localFileSystems(const std::string& p
     for (Entry& entry : parse(*text)) {
         if (!isLocalType(entry.type))
             continue;
-        struct stat info;
-        if (::stat(entry.mountPoint.c_str(), &info) == 0 && !S_ISDIR(info.st_mode))
+        if (isKnownNonFolder(entry.mountPoint))
             continue;
         local.erase(
             std::remove_if(local.begin(), local.end(),

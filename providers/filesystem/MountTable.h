@@ -32,7 +32,8 @@ public:
     static bool isLocalType(const std::string& type);
     // The local file systems of the table: filtered by type, one per mount point (the last
     // mount of a point wins, since it hides the earlier ones), in table order, without mount
-    // points that exist as something other than a folder (single bind-mounted files). Throws
+    // points the kernel knows as something other than a folder (single bind-mounted files; the
+    // kernel answers from what it holds, never asking the file system). Throws
     // std::runtime_error when the table cannot be read.
     static std::vector<Entry> localFileSystems(const std::string& path);
 };

@@ -1,32 +1,66 @@
 #include "providers/filesystem/MountedFileSystems.h"
 
 #include "instance/InstanceRegistry.h"
+#include "providers/common/ProviderLog.h"
 #include "providers/filesystem/FSDiag.h"
 #include "providers/filesystem/LocalFileSystem.h"
 
 namespace NQORVA20::providers {
 
+namespace {
+
+// The first key whose value an object path cannot carry: a double quote ends a value, and a
+// backslash is an escape in some object managers' renderings. Empty when every value is
+// carried intact.
+std::string uncarriableKey(const ElementCatalog::Keys& keys) {
+    for (const auto& [name, value] : keys)
+        if (value.find_first_of("\"\\") != std::string::npos)
+            return name;
+    return std::string();
+}
+
+} // namespace
+
 MountedFileSystems::MountedFileSystems()
     : catalog_(fsdiag::elementClass, {"CSCreationClassName", "CSName", "CreationClassName", "Name"},
                {"CSCreationClassName", "CSName", "CreationClassName"}) {}
+
+ElementCatalog::Keys MountedFileSystems::keys(const MountTable::Entry& mount,
+                                              const std::string& systemName) {
+    return {
+        {"CSCreationClassName", fsdiag::systemClass},
+        {"CSName", systemName},
+        {"CreationClassName", fsdiag::elementClass},
+        {"Name", mount.mountPoint},
+    };
+}
+
+std::size_t MountedFileSystems::add(const MountTable::Entry& mount, const std::string& systemName) {
+    auto point = std::make_shared<MountPoint>(mount);
+    points_.reserve(points_.size() + 1);
+    const std::size_t index = catalog_.add(keys(mount, systemName));
+    points_.push_back(std::move(point));
+    return index;
+}
 
 std::size_t MountedFileSystems::publish(const CMPIBroker* broker, const CMPIContext* ctx,
                                         const std::vector<MountTable::Entry>& mounts,
                                         const std::string& systemName) {
     std::size_t published = 0;
     for (const MountTable::Entry& mount : mounts) {
+        if (const std::string key = uncarriableKey(keys(mount, systemName)); !key.empty()) {
+            ProviderLog::write(broker, ProviderLog::Warning,
+                               std::string(fsdiag::elementClass) + " " + mount.mountPoint +
+                                   " is not published: its key " + key +
+                                   " holds a double quote or a backslash, which an object "
+                                   "path cannot carry");
+            continue;
+        }
         auto* element = new LocalFileSystem(mount, systemName);
-        const ElementCatalog::Keys keys = {
-            {"CSCreationClassName", element->get("CSCreationClassName")},
-            {"CSName", element->get("CSName")},
-            {"CreationClassName", element->get("CreationClassName")},
-            {"Name", element->get("Name")},
-        };
         InstanceRegistry::Singleton()->RegisterInstance(broker, ctx, element);
         if (element->getObjectPath().empty())
             continue;
-        catalog_.add(keys);
-        mounts_.push_back(mount);
+        add(mount, systemName);
         ++published;
     }
     return published;

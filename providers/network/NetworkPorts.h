@@ -20,7 +20,10 @@ public:
     NetworkPorts();
 
     // Registers one ZORQ_NetworkPort per interface; only those the registry accepted join the
-    // catalog. Answers how many were published.
+    // catalog. An interface whose key values hold a double quote or a backslash is neither
+    // registered nor catalogued: an object path cannot carry them, so its path and every
+    // association to it would name another element. Each such interface is named in one
+    // warning. Answers how many were published.
     std::size_t publish(const CMPIBroker* broker, const CMPIContext* ctx,
                         const std::vector<NetInterfaceTable::Interface>& interfaces,
                         const std::string& systemName);
