@@ -50,6 +50,20 @@ protected:
     }
     const CMPIBroker* broker() { return dialectBroker(PathDialect::Pegasus).broker->cmpi(); }
 
+    // Starts the start-up on a thread of its own and returns once it runs; it then waits until
+    // go is set.
+    std::future<CMPIStatus> startBlocked(ProviderStartup& startup) {
+        std::promise<void> begun;
+        started = &begun;
+        release = go.get_future().share();
+        auto first =
+            std::async(std::launch::async, [&] { return startup.ensure(broker(), nullptr); });
+        begun.get_future().wait();
+        started = nullptr;
+        return first;
+    }
+    std::promise<void> go;
+
     static std::string message(const CMPIStatus& s) {
         return s.msg ? s.msg->ft->getCharPtr(s.msg, nullptr) : "";
     }
@@ -88,13 +102,8 @@ TEST_F(ProviderStartupTest, AnUpcallServedOnAnotherThreadIsAnsweredAtOnce) {
 }
 
 TEST_F(ProviderStartupTest, AnotherCallWaitsForTheStartUpThenGoesOn) {
-    std::promise<void> go;
-    std::promise<void> begun;
-    started = &begun;
-    release = go.get_future().share();
     ProviderStartup startup(countingStartup, 60s);
-    auto first = std::async(std::launch::async, [&] { return startup.ensure(broker(), nullptr); });
-    begun.get_future().wait();
+    auto first = startBlocked(startup);
     auto waiting =
         std::async(std::launch::async, [&] { return startup.ensure(broker(), nullptr); });
     EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout);
@@ -105,13 +114,8 @@ TEST_F(ProviderStartupTest, AnotherCallWaitsForTheStartUpThenGoesOn) {
 }
 
 TEST_F(ProviderStartupTest, AWaitBeyondTheLimitIsRefusedAndTheStartUpGoesOn) {
-    std::promise<void> go;
-    std::promise<void> begun;
-    started = &begun;
-    release = go.get_future().share();
     ProviderStartup startup(countingStartup, 100ms);
-    auto first = std::async(std::launch::async, [&] { return startup.ensure(broker(), nullptr); });
-    begun.get_future().wait();
+    auto first = startBlocked(startup);
     CMPIStatus refused = startup.ensure(broker(), nullptr);
     EXPECT_EQ(refused.rc, CMPI_RC_ERR_FAILED);
     EXPECT_EQ(message(refused), "provider start-up is still running");
