@@ -5,7 +5,7 @@ namespace NQORVA20 {
 namespace {
 
 thread_local const void* currentProvider = nullptr;
-thread_local std::atomic<int>* startupUpcalls = nullptr;
+thread_local ProviderScope::UpcallListener* runningStartup = nullptr;
 
 } // namespace
 
@@ -17,23 +17,24 @@ const void* ProviderScope::current() noexcept {
     return currentProvider;
 }
 
-ProviderScope::StartupUpcall::StartupUpcall() noexcept : counter_(startupUpcalls) {
-    if (counter_ != nullptr)
-        counter_->fetch_add(1);
+ProviderScope::StartupUpcall::StartupUpcall(std::string className) noexcept
+    : listener_(runningStartup), className_(std::move(className)) {
+    if (listener_ != nullptr)
+        listener_->upcallBegins(className_);
 }
 
 ProviderScope::StartupUpcall::~StartupUpcall() {
-    if (counter_ != nullptr)
-        counter_->fetch_sub(1);
+    if (listener_ != nullptr)
+        listener_->upcallEnds(className_);
 }
 
-ProviderScope::RunningStartup::RunningStartup(std::atomic<int>& upcalls) noexcept
-    : previous_(startupUpcalls) {
-    startupUpcalls = &upcalls;
+ProviderScope::RunningStartup::RunningStartup(UpcallListener& listener) noexcept
+    : previous_(runningStartup) {
+    runningStartup = &listener;
 }
 
 ProviderScope::RunningStartup::~RunningStartup() {
-    startupUpcalls = previous_;
+    runningStartup = previous_;
 }
 
 } // namespace NQORVA20

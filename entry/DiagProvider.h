@@ -24,9 +24,9 @@
 #define DIAGCORE_PROVIDER_SYMBOL extern "C" __attribute__((visibility("default")))
 
 // Runs the start-up if needed; a call that may not go on answers the start-up's status.
-#define DIAGCORE_PROVIDER_STARTED(pn, ctx)                                                         \
+#define DIAGCORE_PROVIDER_STARTED(pn, ctx, op)                                                     \
     do {                                                                                           \
-        CMPIStatus started = pn##_startup.ensure(pn##_broker.load(), ctx);                         \
+        CMPIStatus started = pn##_startup.ensure(pn##_broker.load(), ctx, op);                     \
         if (started.rc != CMPI_RC_OK)                                                              \
             return started;                                                                        \
     } while (0)
@@ -41,20 +41,20 @@
     }                                                                                              \
     static CMPIStatus pn##_EnumInstanceNames(CMPIInstanceMI* mi, const CMPIContext* ctx,           \
                                              const CMPIResult* rslt, const CMPIObjectPath* op) {   \
-        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx, op);                                                    \
         return DiagServiceProviderCommonEnumInstanceNames(pn##_broker.load(), mi, ctx, rslt, op);  \
     }                                                                                              \
     static CMPIStatus pn##_EnumInstances(CMPIInstanceMI* mi, const CMPIContext* ctx,               \
                                          const CMPIResult* rslt, const CMPIObjectPath* op,         \
                                          const char** props) {                                     \
-        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx, op);                                                    \
         return DiagServiceProviderCommonEnumInstances(pn##_broker.load(), mi, ctx, rslt, op,       \
                                                       props);                                      \
     }                                                                                              \
     static CMPIStatus pn##_GetInstance(CMPIInstanceMI* mi, const CMPIContext* ctx,                 \
                                        const CMPIResult* rslt, const CMPIObjectPath* op,           \
                                        const char** props) {                                       \
-        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx, op);                                                    \
         return DiagServiceProviderCommonGetInstance(pn##_broker.load(), mi, ctx, rslt, op, props); \
     }                                                                                              \
     static CMPIStatus pn##_CreateInstance(CMPIInstanceMI* mi, const CMPIContext* ctx,              \
@@ -87,7 +87,7 @@
     static CMPIStatus pn##_InvokeMethod(CMPIMethodMI* mi, const CMPIContext* ctx,                  \
                                         const CMPIResult* rslt, const CMPIObjectPath* op,          \
                                         const char* method, const CMPIArgs* in, CMPIArgs* out) {   \
-        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx, op);                                                    \
         return DiagServiceProviderCommonInvokeMethod(pn##_broker.load(), mi, ctx, rslt, op,        \
                                                      method, in, out);                             \
     }                                                                                              \
@@ -100,7 +100,7 @@
         CMPIAssociationMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,                     \
         const CMPIObjectPath* op, const char* assocClass, const char* resultClass,                 \
         const char* role, const char* resultRole, const char** props) {                            \
-        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx, op);                                                    \
         return DiagServiceProviderCommonAssociators(pn##_broker.load(), mi, ctx, rslt, op,         \
                                                     assocClass, resultClass, role, resultRole,     \
                                                     props);                                        \
@@ -109,7 +109,7 @@
                                            const CMPIResult* rslt, const CMPIObjectPath* op,       \
                                            const char* assocClass, const char* resultClass,        \
                                            const char* role, const char* resultRole) {             \
-        DIAGCORE_PROVIDER_STARTED(pn, ctx);                                                        \
+        DIAGCORE_PROVIDER_STARTED(pn, ctx, op);                                                    \
         return DiagServiceProviderCommonAssociatorNames(                                           \
             pn##_broker.load(), mi, ctx, rslt, op, assocClass, resultClass, role, resultRole);     \
     }                                                                                              \

@@ -1,10 +1,11 @@
 #include "entry/ProviderStartup.h"
 
 #include "common/CoreLog.h"
-#include "common/ProviderScope.h"
 
 #include <cmpift.h>
 
+#include <algorithm>
+#include <cctype>
 #include <exception>
 #include <string>
 
@@ -24,19 +25,26 @@ CMPIStatus stillRunning(const CMPIBroker* broker) noexcept {
     return s;
 }
 
+std::string upper(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
 } // namespace
 
 ProviderStartup::ProviderStartup(Function function, std::chrono::milliseconds waitLimit)
     : function_(function), waitLimit_(waitLimit) {}
 
-CMPIStatus ProviderStartup::ensure(const CMPIBroker* broker, const CMPIContext* ctx) noexcept {
+CMPIStatus ProviderStartup::ensure(const CMPIBroker* broker, const CMPIContext* ctx,
+                                   const CMPIObjectPath* op) noexcept {
     ProviderScope::enter(this);
     try {
         std::unique_lock<std::mutex> lock(mutex_);
         if (state_ == State::Done)
             return ok();
         if (state_ == State::Running) {
-            if (runner_ == std::this_thread::get_id() || upcalls_.load() > 0)
+            if (runner_ == std::this_thread::get_id() || isOwnUpcall(op))
                 return ok();
             if (!finished_.wait_for(lock, waitLimit_, [this] { return state_ == State::Done; })) {
                 lock.unlock();
@@ -48,7 +56,8 @@ CMPIStatus ProviderStartup::ensure(const CMPIBroker* broker, const CMPIContext* 
         state_ = State::Running;
         runner_ = std::this_thread::get_id();
     } catch (const std::exception&) {
-        // Only a failing lock gets here; the call cannot know whether the start-up ran.
+        // A failing lock or no memory for a class name: the call cannot know whether the
+        // start-up ran.
         return stillRunning(broker);
     }
     run(broker, ctx);
@@ -57,7 +66,7 @@ CMPIStatus ProviderStartup::ensure(const CMPIBroker* broker, const CMPIContext* 
 
 void ProviderStartup::run(const CMPIBroker* broker, const CMPIContext* ctx) noexcept {
     {
-        ProviderScope::RunningStartup marker(upcalls_);
+        ProviderScope::RunningStartup marker(*this);
         try {
             if (function_ != nullptr)
                 function_(broker, ctx);
@@ -75,6 +84,39 @@ void ProviderStartup::run(const CMPIBroker* broker, const CMPIContext* ctx) noex
     std::lock_guard<std::mutex> lock(mutex_);
     state_ = State::Done;
     finished_.notify_all();
+}
+
+void ProviderStartup::upcallBegins(const std::string& className) noexcept {
+    try {
+        std::string key = upper(className);
+        std::lock_guard<std::mutex> lock(mutex_);
+        upcallClasses_.push_back(std::move(key));
+    } catch (...) {
+        // Unrecorded, a call the upcall causes waits out the limit instead of going ahead.
+    }
+}
+
+void ProviderStartup::upcallEnds(const std::string& className) noexcept {
+    try {
+        const std::string key = upper(className);
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = std::find(upcallClasses_.begin(), upcallClasses_.end(), key);
+        if (it != upcallClasses_.end())
+            upcallClasses_.erase(it);
+    } catch (...) {
+        // The class stays listed; it only lets calls of that class go ahead until start-up ends.
+    }
+}
+
+bool ProviderStartup::isOwnUpcall(const CMPIObjectPath* op) const {
+    if (upcallClasses_.empty() || op == nullptr || op->ft == nullptr)
+        return false;
+    CMPIString* name = op->ft->getClassName(op, nullptr);
+    const char* chars = name && name->ft ? name->ft->getCharPtr(name, nullptr) : nullptr;
+    if (chars == nullptr)
+        return false;
+    return std::find(upcallClasses_.begin(), upcallClasses_.end(), upper(chars)) !=
+           upcallClasses_.end();
 }
 
 bool ProviderStartup::done() {

@@ -23,7 +23,7 @@ CMPIEnumeration* AvailServiceFactory::EnumerateUsers(const CMPIBroker* broker,
         broker->eft->newObjectPath(broker, cimNameSpace, className.c_str(), nullptr);
     if (path == nullptr)
         return nullptr;
-    ProviderScope::StartupUpcall upcall;
+    ProviderScope::StartupUpcall upcall(className);
     return CBEnumInstances(broker, ctx, path, nullptr, nullptr);
 }
 

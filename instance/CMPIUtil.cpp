@@ -134,7 +134,7 @@ std::string GetSystemName(const CMPIBroker* broker, const CMPIContext* ctx) {
         return std::string();
     CMPIEnumeration* systems = nullptr;
     {
-        ProviderScope::StartupUpcall upcall;
+        ProviderScope::StartupUpcall upcall("ZORQ_ComputerSystem");
         systems = CBEnumInstances(broker, ctx, path, nullptr, nullptr);
     }
     if (systems == nullptr || systems->ft == nullptr || !systems->ft->hasNext(systems, nullptr))

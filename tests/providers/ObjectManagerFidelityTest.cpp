@@ -7,11 +7,13 @@
 #include <cmpift.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <future>
 #include <iostream>
 #include <set>
+#include <thread>
 
 namespace {
 
@@ -85,6 +87,26 @@ TEST_F(ObjectManagerFidelityTest, AnEarlierRequestsPropertyListDoesNotReachLater
     ASSERT_FALSE(all.instances().empty());
     for (const Properties& service : enumerate(host, "ZORQ_NetDiagService"))
         EXPECT_TRUE(service.count("ElementName")) << service.at("Name");
+}
+
+TEST_F(ObjectManagerFidelityTest, RequestsAtOnceWithAndWithoutAPropertyListGetWhatTheyAsked) {
+    Host& host = sharedHost();
+    const std::string path = networkPortPath("eth1");
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> clients;
+    for (int t = 0; t < 4; ++t)
+        clients.emplace_back([&, t] {
+            for (int i = 0; i < 100; ++i) {
+                const bool narrow = (i + t) % 2 == 0;
+                auto got = narrow ? host.getInstance(path, {"DeviceID"}) : host.getInstance(path);
+                if (got.instances().size() != 1 ||
+                    host.propertyText(got.instances()[0], "ElementName").has_value() == narrow)
+                    ++wrong;
+            }
+        });
+    for (std::thread& c : clients)
+        c.join();
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(ObjectManagerFidelityTest, PathsNameThisSystemAsTheirHost) {
