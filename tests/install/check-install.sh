@@ -49,16 +49,16 @@ if [[ "$mode" == build-against ]]; then
     cmake -S "$sample" -B "$work/cmake-build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
       -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
     cmake --build "$work/cmake-build" >/dev/null
-    nm -D --defined-only "$work/cmake-build/libsampleprovider.so" | grep -q Sample_Provider_Create_MethodMI
+    nm -D --defined-only "$work/cmake-build/libsampleprovider.so" | grep Sample_Provider_Create_MethodMI >/dev/null
 
     # pkg-config
     export PKG_CONFIG_PATH="$libdir/pkgconfig"
     "$cxx" -std=c++17 -shared -fPIC -o "$work/libsample-pc.so" "$sample/SampleProvider.cpp" \
       $(pkg-config --cflags --libs diagcore)
-    nm -D --defined-only "$work/libsample-pc.so" | grep -q Sample_Provider_Create_InstanceMI
+    nm -D --defined-only "$work/libsample-pc.so" | grep Sample_Provider_Create_InstanceMI >/dev/null
 
     # The installed diagctl finds the installed classes, registrations and providers on its own.
-    "$prefix/bin/diagctl" enum ZORQ_FSDiagService --names | grep -q 'Name="FileSystemHealth"'
+    "$prefix/bin/diagctl" enum ZORQ_FSDiagService --names | grep 'Name="FileSystemHealth"' >/dev/null
     exit 0
 fi
 
@@ -97,7 +97,7 @@ for p in "${providers[@]}"; do
         fail "$p in a provider directory does not find the core beside it"
 done
 env -u LD_LIBRARY_PATH "$prefix/bin/diagctl" --providers "$work/providerdir" \
-    enum ZORQ_FSDiagService --names | grep -q 'Name="FileSystemHealth"' ||
+    enum ZORQ_FSDiagService --names | grep 'Name="FileSystemHealth"' >/dev/null ||
     fail "diagctl cannot serve from the provider directory"
 
 # Installed under the configured prefix (here staged with DESTDIR), a provider also names that
