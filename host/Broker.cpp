@@ -83,9 +83,7 @@ CMPIEnumeration* enumerationOf(Broker& b, std::vector<T*> objects, CMPIType type
         for (T* o : objects) {
             CMPIData d{};
             d.type = type;
-            // A strict broker answers as an object manager whose enumerations mark a valid
-            // instance null.
-            d.state = b.strict() && type == CMPI_instance ? CMPI_nullValue : CMPI_goodValue;
+            d.state = CMPI_goodValue;
             if constexpr (std::is_same_v<T, CMPIInstance>)
                 d.value.inst = o;
             else

@@ -1,5 +1,6 @@
 #include "host/HostEnumeration.h"
 
+#include "host/Broker.h"
 #include "host/CmpiCall.h"
 #include "host/DataCopy.h"
 #include "host/HostArray.h"
@@ -32,7 +33,12 @@ CMPIData enumerationGetNext(const CMPIEnumeration* en, CMPIStatus* rc) {
         CmpiCall::set(rc, CMPI_RC_ERR_NOT_FOUND);
         return CmpiCall::notFound();
     }
-    return *d;
+    CMPIData out = *d;
+    // A strict broker answers as an object manager whose enumerations mark a valid instance
+    // null; the enumeration keeps owning it either way.
+    if (out.type == CMPI_instance && self->broker().strict())
+        out.state = CMPI_nullValue;
+    return out;
 }
 
 CMPIBoolean enumerationHasNext(const CMPIEnumeration* en, CMPIStatus* rc) {

@@ -287,6 +287,15 @@ CMPIStatus InstanceRegistry::InvokeMethod(const CMPIBroker* broker, const CMPICo
                                           CMPIArgs* out) {
     Instance* record = GetInstance(broker, path);
     if (record == nullptr || record->impl == nullptr) {
+        // A path the broker cannot render (no memory) names nothing the lookup could find: that
+        // is a failure of the call, not an unknown instance.
+        if (path != nullptr && path->ft != nullptr && CMPIUtil::GetObjectPathString(path).empty()) {
+            CMPIStatus failed = {CMPI_RC_ERR_FAILED, nullptr};
+            if (broker != nullptr && broker->eft != nullptr)
+                failed.msg =
+                    broker->eft->newString(broker, "the object path could not be read", nullptr);
+            return failed;
+        }
         CMPIStatus notFound = {CMPI_RC_ERR_NOT_FOUND, nullptr};
         return notFound;
     }
