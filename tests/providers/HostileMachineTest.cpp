@@ -28,7 +28,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -62,12 +61,8 @@ std::string tableLine(const std::string& device, const std::string& mountPoint,
 }
 
 void makeInterface(const std::string& sysfs, const std::string& name) {
-    fs::create_directories(sysfs + "/" + name + "/statistics");
-    for (const auto& [file, text] : std::map<std::string, std::string>{
-             {"type", "1"}, {"operstate", "up"}, {"carrier", "1"}, {"flags", "0x1003"}})
-        writeFile(sysfs + "/" + name + "/" + file, text + "\n");
-    for (const char* counter : {"rx_errors", "tx_errors", "rx_dropped", "tx_dropped"})
-        writeFile(sysfs + "/" + name + "/statistics/" + counter, "0\n");
+    fs::create_directories(sysfs + "/" + name);
+    writeFile(sysfs + "/" + name + "/type", "1\n");
 }
 
 // The checks of a scenario in its own process: failures are printed, and the process ends with
@@ -86,14 +81,15 @@ struct Checks {
     }
 };
 
-std::string codeOf(const RunOutcome& outcome) {
-    return outcome.record && outcome.record->count("ErrorCode") ? outcome.record->at("ErrorCode")
-                                                                : "<none>";
+std::string recordText(const RunOutcome& outcome, const char* property) {
+    return outcome.record && outcome.record->count(property) ? outcome.record->at(property)
+                                                             : "<none>";
 }
-
+std::string codeOf(const RunOutcome& outcome) {
+    return recordText(outcome, "ErrorCode");
+}
 std::string dataOf(const RunOutcome& outcome) {
-    return outcome.record && outcome.record->count("RecordData") ? outcome.record->at("RecordData")
-                                                                 : "<none>";
+    return recordText(outcome, "RecordData");
 }
 
 RunOutcome runFS(Host& host, const char* service, const std::string& mountPoint) {
@@ -116,12 +112,12 @@ void checkAssociations(Host& host, Checks& check, const std::string& elementClas
     auto associations = host.enumerateInstances("root/cimv2", associationClass);
     for (const CMPIInstance* association : associations.instances())
         users.insert(host.propertyText(association, "UserOfService").value_or("<absent>"));
-    check(users == expected, associationClass + ": the UserOfService of " +
-                                 std::to_string(users.size()) + " associations is each of " +
-                                 std::to_string(expected.size() / 2) + " published elements twice");
+    std::string named;
     for (const std::string& user : users)
-        check(expected.count(user) == 2, associationClass + " names " + user + " " +
-                                             std::to_string(users.count(user)) + " times");
+        named += "\n  " + user;
+    check(users == expected,
+          associationClass + ": each of " + std::to_string(expected.size() / 2) +
+              " published elements is named twice, and nothing else; named:" + named);
 }
 
 // Names whose quotes or backslashes an object path cannot carry are not published, one warning
@@ -345,18 +341,15 @@ TEST_F(MountDeadlineTest,
     EXPECT_EQ(TestPassed, run(health, stuckMount(), again)) << again["RecordData"];
 }
 
-TEST_F(MountDeadlineTest, TheDeadlineIsReadAtEachRunAndAnUnusableOneGivesTheDefault) {
-    for (const char* unusable : {"soon", "0", "-1", "1e9", "nan"}) {
-        ScopedEnvironment deadline("ZORQ_FS_TEST_TIMEOUT_SECONDS", unusable);
+TEST_F(MountDeadlineTest, AnUnusableDeadlineGivesTheDefaultWithANote) {
+    for (const char* value : {"soon", "0", "-1", "1e9", "nan", " 2.5 "}) {
+        ScopedEnvironment deadline("ZORQ_FS_TEST_TIMEOUT_SECONDS", value);
         DiagnosticRecord record("ZORQ_FSDiagRecord");
         EXPECT_EQ(TestPassed, run(health, otherMount(), record));
-        EXPECT_NE(std::string::npos, record["RecordData"].find("using the default"))
-            << unusable << ": " << record["RecordData"];
+        EXPECT_EQ(std::string(value) != " 2.5 ",
+                  record["RecordData"].find("using the default") != std::string::npos)
+            << value << ": " << record["RecordData"];
     }
-    ScopedEnvironment deadline("ZORQ_FS_TEST_TIMEOUT_SECONDS", " 2.5 ");
-    DiagnosticRecord record("ZORQ_FSDiagRecord");
-    EXPECT_EQ(TestPassed, run(health, otherMount(), record));
-    EXPECT_EQ(std::string::npos, record["RecordData"].find("using the default"));
 }
 
 TEST_F(MountDeadlineTest, WhatTheWorkThrowsBecomesATestThatCouldNotRun) {
@@ -413,16 +406,12 @@ void unansweringMountScenario() {
     ::setenv("ZORQ_FS_TEST_TIMEOUT_SECONDS", "1", 1);
 
     Host& host = *makeHost().release();
-    auto start = Clock::now();
     check(enumerate(host, "ZORQ_LocalFileSystem").size() == 3,
           "start-up publishes all three mounts");
-    std::cerr << "start-up took " << std::chrono::duration<double>(Clock::now() - start).count()
-              << " s\n";
 
-    start = Clock::now();
+    auto start = Clock::now();
     auto health = runFS(host, "FileSystemHealth", stuck);
     const double waited = std::chrono::duration<double>(Clock::now() - start).count();
-    std::cerr << "the health check of the unanswering mount returned after " << waited << " s\n";
     check(health.ok && health.returnValue == TestTimedOut && codeOf(health) == "{FS_TIMEOUT}",
           "the health check times out: " + codeOf(health) + " " + dataOf(health));
     check(waited >= 1 && waited < 5, "it returns at its deadline");
