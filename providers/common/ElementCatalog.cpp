@@ -2,6 +2,7 @@
 
 #include "diag/DiagUser.h"
 #include "instance/SystemIdentity.h"
+#include "providers/common/ProviderLog.h"
 
 #include <algorithm>
 #include <cctype>
@@ -45,6 +46,20 @@ std::size_t ElementCatalog::add(const Keys& keys) {
     }
     elements_.push_back(std::move(own));
     return elements_.size() - 1;
+}
+
+bool ElementCatalog::carriable(const CMPIBroker* broker, const std::string& element,
+                               const Keys& keys) const {
+    for (const auto& [name, value] : keys) {
+        if (value.find_first_of("\"\\") == std::string::npos)
+            continue;
+        ProviderLog::write(broker, ProviderLog::Warning,
+                           className_ + " " + element + " is not published: its key " + name +
+                               " holds a double quote or a backslash, which an object path "
+                               "cannot carry");
+        return false;
+    }
+    return true;
 }
 
 bool ElementCatalog::sameValue(const std::string& key, const std::string& a,

@@ -7,6 +7,8 @@
 
 #include "instance/InstanceImpl.h"
 
+#include <cmpidt.h>
+
 #include <cstddef>
 #include <map>
 #include <set>
@@ -33,6 +35,11 @@ public:
                    std::set<std::string> foldedKeys);
 
     const std::string& className() const { return className_; }
+    // Whether an object path can carry every key value of an element: a double quote ends a
+    // value, and a backslash is an escape in some object managers' renderings. An element that
+    // fails is not to be published (its associations would name another element); one warning
+    // naming it and the key is logged.
+    bool carriable(const CMPIBroker* broker, const std::string& element, const Keys& keys) const;
     // Adds an element by its key values (every key name must be present); returns its index.
     // Throws std::invalid_argument for a missing key.
     std::size_t add(const Keys& keys);

@@ -1,25 +1,10 @@
 #include "providers/filesystem/MountedFileSystems.h"
 
 #include "instance/InstanceRegistry.h"
-#include "providers/common/ProviderLog.h"
 #include "providers/filesystem/FSDiag.h"
 #include "providers/filesystem/LocalFileSystem.h"
 
 namespace NQORVA20::providers {
-
-namespace {
-
-// The first key whose value an object path cannot carry: a double quote ends a value, and a
-// backslash is an escape in some object managers' renderings. Empty when every value is
-// carried intact.
-std::string uncarriableKey(const ElementCatalog::Keys& keys) {
-    for (const auto& [name, value] : keys)
-        if (value.find_first_of("\"\\") != std::string::npos)
-            return name;
-    return std::string();
-}
-
-} // namespace
 
 MountedFileSystems::MountedFileSystems()
     : catalog_(fsdiag::elementClass, {"CSCreationClassName", "CSName", "CreationClassName", "Name"},
@@ -48,14 +33,8 @@ std::size_t MountedFileSystems::publish(const CMPIBroker* broker, const CMPICont
                                         const std::string& systemName) {
     std::size_t published = 0;
     for (const MountTable::Entry& mount : mounts) {
-        if (const std::string key = uncarriableKey(keys(mount, systemName)); !key.empty()) {
-            ProviderLog::write(broker, ProviderLog::Warning,
-                               std::string(fsdiag::elementClass) + " " + mount.mountPoint +
-                                   " is not published: its key " + key +
-                                   " holds a double quote or a backslash, which an object "
-                                   "path cannot carry");
+        if (!catalog_.carriable(broker, mount.mountPoint, keys(mount, systemName)))
             continue;
-        }
         auto* element = new LocalFileSystem(mount, systemName);
         InstanceRegistry::Singleton()->RegisterInstance(broker, ctx, element);
         if (element->getObjectPath().empty())

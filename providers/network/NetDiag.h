@@ -2,7 +2,8 @@
 // classes, its two services and the codes their records carry.
 //
 // Elements: the interfaces under /sys/class/net (or under the folder named by ZORQ_NET_SYSFS),
-// published at start-up as ZORQ_NetworkPort with DeviceID = interface name.
+// published at start-up as ZORQ_NetworkPort with DeviceID = interface name. An interface whose
+// key values hold a double quote or a backslash is not published; a warning names it.
 //
 // RunDiagnostic returns (see TestOutcome):
 //   0  passed
