@@ -137,8 +137,14 @@ unsigned int MountTestService::runOnElement(std::size_t index, DiagnosticRecord&
         failWith(record, {fsdiag::timedOut}, details);
         return TestTimedOut;
     }
-    if (attempt->thrown)
-        std::rethrow_exception(attempt->thrown);
+    if (attempt->thrown) {
+        // Taken out under the lock: the exception then lives on this thread alone, whichever
+        // thread lets go of the attempt last.
+        std::exception_ptr thrown = std::move(attempt->thrown);
+        attempt->thrown = nullptr;
+        lock.unlock();
+        std::rethrow_exception(thrown);
+    }
     MountFinding finding = std::move(attempt->finding);
     lock.unlock();
 
