@@ -6,6 +6,7 @@ namespace {
 
 thread_local const void* currentProvider = nullptr;
 thread_local ProviderScope::UpcallListener* runningStartup = nullptr;
+thread_local const void* startingProvider = nullptr;
 
 } // namespace
 
@@ -15,6 +16,10 @@ void ProviderScope::enter(const void* provider) noexcept {
 
 const void* ProviderScope::current() noexcept {
     return currentProvider;
+}
+
+const void* ProviderScope::owner() noexcept {
+    return startingProvider != nullptr ? startingProvider : currentProvider;
 }
 
 ProviderScope::StartupUpcall::StartupUpcall(std::string className) noexcept
@@ -28,13 +33,16 @@ ProviderScope::StartupUpcall::~StartupUpcall() {
         listener_->upcallEnds(className_);
 }
 
-ProviderScope::RunningStartup::RunningStartup(UpcallListener& listener) noexcept
-    : previous_(runningStartup) {
+ProviderScope::RunningStartup::RunningStartup(UpcallListener& listener,
+                                              const void* provider) noexcept
+    : previous_(runningStartup), previousProvider_(startingProvider) {
     runningStartup = &listener;
+    startingProvider = provider;
 }
 
 ProviderScope::RunningStartup::~RunningStartup() {
     runningStartup = previous_;
+    startingProvider = previousProvider_;
 }
 
 } // namespace NQORVA20

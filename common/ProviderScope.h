@@ -22,6 +22,10 @@ public:
     // The library the calling thread now serves; null when no generated entry was called.
     static void enter(const void* provider) noexcept;
     static const void* current() noexcept;
+    // The library whose objects the thread is filing: the one whose start-up runs on this
+    // thread (a nested call into another library on the same thread does not change it), else
+    // current().
+    static const void* owner() noexcept;
 
     // What a running start-up learns of the upcalls it makes.
     class DIAGCORE_EXPORT UpcallListener {
@@ -51,13 +55,14 @@ public:
     // back when it ends.
     class DIAGCORE_EXPORT RunningStartup {
     public:
-        explicit RunningStartup(UpcallListener& listener) noexcept;
+        RunningStartup(UpcallListener& listener, const void* provider) noexcept;
         ~RunningStartup();
         RunningStartup(const RunningStartup&) = delete;
         RunningStartup& operator=(const RunningStartup&) = delete;
 
     private:
         UpcallListener* previous_;
+        const void* previousProvider_;
     };
 };
 

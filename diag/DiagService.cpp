@@ -67,7 +67,7 @@ std::string DiagService::uniqueCompletionTime(std::string completed) {
     // the clock would otherwise file their records under one path, and the later would replace
     // the earlier. A time not after the last one used moves to one microsecond after it.
     std::lock_guard<std::mutex> lock(completionMutex_);
-    if (!lastCompletion_.empty() && completed.size() == lastCompletion_.size() &&
+    if (completed.size() == 25 && lastCompletion_.size() == 25 &&
         completed.compare(21, 4, lastCompletion_, 21, 4) == 0 && completed <= lastCompletion_) {
         std::string later = oneMicrosecondLater(lastCompletion_);
         if (!later.empty())

@@ -61,12 +61,14 @@ CMPIStatus ProviderStartup::ensure(const CMPIBroker* broker, const CMPIContext* 
         return stillRunning(broker);
     }
     run(broker, ctx);
+    // A call into another provider library on this thread during the start-up named that one.
+    ProviderScope::enter(this);
     return ok();
 }
 
 void ProviderStartup::run(const CMPIBroker* broker, const CMPIContext* ctx) noexcept {
     {
-        ProviderScope::RunningStartup marker(*this);
+        ProviderScope::RunningStartup marker(*this, this);
         try {
             if (function_ != nullptr)
                 function_(broker, ctx);

@@ -273,17 +273,21 @@ std::size_t HostObjectPath::KeySet::find(std::string_view name) const {
 void HostObjectPath::KeySet::indexLast() {
     if (keys.size() <= scannedKeys)
         return;
+    const bool building = index.empty();
     try {
-        if (index.empty())
+        if (building)
             for (std::size_t i = 0; i < keys.size(); ++i)
                 index.emplace(folded(keys[i].name), i);
         else
             index.emplace(folded(keys.back().name), keys.size() - 1);
     } catch (...) {
-        // The key stays, unfound by name, rather than half-added: take it back.
+        // Not findable by name, the key would be half-added: take it back. A failed emplace
+        // leaves an existing index as it was; one half built is dropped (the keys are then
+        // few enough to be scanned).
         DataCopy::destroy(keys.back().value);
         keys.pop_back();
-        index.clear();
+        if (building)
+            index.clear();
         throw;
     }
 }

@@ -125,8 +125,13 @@ void filterInPlace(const Impl& self, const CMPIInstance* inst) {
 }
 
 CMPIStatus resultReturnInstance(const CMPIResult* r, const CMPIInstance* inst) {
-    if (const Impl* self = implOf(r))
-        filterInPlace(*self, inst);
+    CMPIStatus filtered = CmpiCall::guardStatus([&] {
+        if (const Impl* self = implOf(r))
+            filterInPlace(*self, inst);
+        return CmpiCall::status(CMPI_RC_OK);
+    });
+    if (filtered.rc != CMPI_RC_OK)
+        return filtered;
     return returnObject<HostInstance>(r, inst, &Impl::instances, ResultSink::Call::Instance);
 }
 

@@ -139,11 +139,11 @@ std::string GetSystemName(const CMPIBroker* broker, const CMPIContext* ctx) {
     }
     if (systems == nullptr || systems->ft == nullptr || !systems->ft->hasNext(systems, nullptr))
         return std::string();
-    // The element is read as an instance whatever its type and state say: an object manager may
-    // mark a valid instance null in an enumeration.
+    // The element is read as an instance whatever its state says: an object manager may mark a
+    // valid instance null in an enumeration.
     CMPIData first = systems->ft->getNext(systems, nullptr);
     CMPIInstance* system = first.value.inst;
-    if (system == nullptr || system->ft == nullptr)
+    if (first.type != CMPI_instance || system == nullptr || system->ft == nullptr)
         return std::string();
     CMPIData name = system->ft->getProperty(system, "Name", nullptr);
     if (name.type != CMPI_string || (name.state & CMPI_nullValue))

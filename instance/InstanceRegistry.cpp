@@ -66,6 +66,7 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
     const std::string classKey = NormalizeClassName(CMPIUtil::GetClassName(path));
     const std::string pathText = CMPIUtil::GetObjectPathString(path);
     const std::string registeredText = ">>>>> Registered " + pathText;
+    const std::size_t keysHash = std::hash<std::string>()(OrderFreeKey(path));
     {
         std::lock_guard<std::mutex> lock(mutex_);
         // Everything that allocates comes first; the filing itself cannot throw.
@@ -75,9 +76,9 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
         if (container == nullptr) {
             owners_.reserve(owners_.size() + 1);
             container = new InstanceContainer;
-            owners_.emplace(container, ProviderScope::current());
+            owners_.emplace(container, ProviderScope::owner());
         }
-        Instance*& slot = entry(*container, pathText);
+        Instance*& slot = entry(*container, pathText, keysHash);
         Ordered& ordered = ordered_[container];
         impl->setObjectPath(pathText);
         // The record a later registration under the same text replaces stays alive, with its
@@ -93,7 +94,8 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
 
 InstanceRegistry::Instance* InstanceRegistry::lookup(const CMPIBroker* broker,
                                                      const std::string& classKey,
-                                                     const std::string& pathText) {
+                                                     const std::string& pathText,
+                                                     const CMPIObjectPath* path) {
     // A lookup that misses leaves nothing behind: a client asking for paths that do not exist
     // must not grow the registry.
     bool noContainer = false;
@@ -104,7 +106,7 @@ InstanceRegistry::Instance* InstanceRegistry::lookup(const CMPIBroker* broker,
         if (it == instanceContainers.end() || it->second == nullptr)
             noContainer = true;
         else
-            found = find(*it->second, pathText);
+            found = find(*it->second, pathText, path);
     }
     if (noContainer)
         coreLog(broker, LogWarning, " Couldn't find instanceContainer");
@@ -112,7 +114,8 @@ InstanceRegistry::Instance* InstanceRegistry::lookup(const CMPIBroker* broker,
 }
 
 InstanceRegistry::Instance* InstanceRegistry::find(const InstanceContainer& container,
-                                                   const std::string& pathText) const {
+                                                   const std::string& pathText,
+                                                   const CMPIObjectPath* path) const {
     auto filed = filed_.find(std::string_view(pathText));
     if (filed != filed_.end() && filed->second.container == &container)
         return *filed->second.slot;
@@ -120,56 +123,74 @@ InstanceRegistry::Instance* InstanceRegistry::find(const InstanceContainer& cont
     if (it != container.end())
         return it->second;
     // The same keys in another order (an object manager that keeps the order a client wrote).
-    const std::string wanted = OrderFreeKey(pathText);
+    // A candidate of the same hash is confirmed from its kept instance's own path.
+    const std::string wanted = OrderFreeKey(path);
     auto [first, last] = byKeys_.equal_range(std::hash<std::string>()(wanted));
-    for (; first != last; ++first)
-        if (first->second.container == &container && OrderFreeKey(*first->second.text) == wanted)
-            return *first->second.slot;
+    for (; first != last; ++first) {
+        Instance* record = *first->second.slot;
+        if (first->second.container != &container || record == nullptr ||
+            record->cmpiInstance == nullptr || record->cmpiInstance->ft == nullptr)
+            continue;
+        CMPIInstance* kept = record->cmpiInstance;
+        if (OrderFreeKey(kept->ft->getObjectPath(kept, nullptr)) == wanted)
+            return record;
+    }
     return nullptr;
 }
 
 InstanceRegistry::Instance*& InstanceRegistry::entry(InstanceContainer& container,
-                                                     const std::string& pathText) {
+                                                     const std::string& pathText,
+                                                     std::size_t keysHash) {
     auto filed = filed_.find(std::string_view(pathText));
     if (filed != filed_.end() && filed->second.container == &container)
         return *filed->second.slot;
     byKeys_.reserve(byKeys_.size() + 1);
-    const std::size_t keysHash = std::hash<std::string>()(OrderFreeKey(pathText));
     auto [it, added] = container.try_emplace(pathText, nullptr);
     // A text filed in another container as well keeps its first index entry; this one is then
     // found through the ordered container.
     if (filed == filed_.end())
         filed_.emplace(std::string_view(it->first), Filed{&container, &it->second});
     if (added)
-        byKeys_.emplace(keysHash, Keyed{&container, &it->second, &it->first});
+        byKeys_.emplace(keysHash, Keyed{&container, &it->second});
     return it->second;
 }
 
-std::string InstanceRegistry::OrderFreeKey(const std::string& pathText) {
-    // The class name and the bindings as the object-path text parser reads them, sorted; names
-    // and values keep their letter case, as the texts compared otherwise do. Whatever cannot be
-    // read as a binding is kept as it stands.
-    const std::size_t dot = pathText.find('.');
-    std::string key = pathText.substr(0, dot);
-    if (dot == std::string::npos)
-        return key;
+std::string InstanceRegistry::OrderFreeKey(const CMPIObjectPath* path) {
+    // The class and every key binding, name and value, sorted by name; a reference value is the
+    // referenced path's own order-free key, so nested keys may come in any order too.
+    if (path == nullptr || path->ft == nullptr)
+        return std::string();
+    std::string key = CMPIUtil::GetClassName(path);
     std::vector<std::pair<std::string, std::string>> bindings;
-    const std::size_t length = pathText.size();
-    std::size_t pos = dot + 1;
-    while (pos < length) {
-        std::size_t nameStart = pathText.find_first_not_of(", \t", pos);
-        if (nameStart == std::string::npos)
-            break;
-        std::size_t nameEnd = pathText.find_first_of(" \t=", nameStart);
-        std::size_t open = nameEnd == std::string::npos ? nameEnd : pathText.find('"', nameEnd);
-        std::size_t close = open == std::string::npos ? open : pathText.find('"', open + 1);
-        if (close == std::string::npos) {
-            bindings.emplace_back(pathText.substr(nameStart), std::string());
-            break;
+    const CMPICount count = path->ft->getKeyCount(path, nullptr);
+    for (CMPICount i = 0; i < count; ++i) {
+        CMPIString* name = nullptr;
+        CMPIData data = path->ft->getKeyAt(path, i, &name, nullptr);
+        const char* nameChars = name && name->ft ? name->ft->getCharPtr(name, nullptr) : nullptr;
+        std::string value;
+        if (data.state & CMPI_nullValue) {
+            value = "\x01";
+        } else if (data.type == CMPI_string && data.value.string && data.value.string->ft) {
+            const char* chars = data.value.string->ft->getCharPtr(data.value.string, nullptr);
+            value = chars ? chars : "";
+        } else if (data.type == CMPI_ref) {
+            value = "{" + OrderFreeKey(data.value.ref) + "}";
+        } else if (data.type == CMPI_boolean) {
+            value = data.value.boolean ? "true" : "false";
+        } else if (data.type & CMPI_UINT) {
+            value = std::to_string(data.type == CMPI_uint64   ? data.value.uint64
+                                   : data.type == CMPI_uint32 ? data.value.uint32
+                                   : data.type == CMPI_uint16 ? data.value.uint16
+                                                              : data.value.uint8);
+        } else if (data.type & CMPI_SINT) {
+            value = std::to_string(data.type == CMPI_sint64   ? data.value.sint64
+                                   : data.type == CMPI_sint32 ? data.value.sint32
+                                   : data.type == CMPI_sint16 ? data.value.sint16
+                                                              : data.value.sint8);
+        } else {
+            value = "#" + std::to_string(data.type);
         }
-        bindings.emplace_back(pathText.substr(nameStart, nameEnd - nameStart),
-                              pathText.substr(open + 1, close - open - 1));
-        pos = close + 1;
+        bindings.emplace_back(nameChars ? nameChars : "", std::move(value));
     }
     std::sort(bindings.begin(), bindings.end());
     for (const auto& [name, value] : bindings) {
@@ -188,7 +209,7 @@ InstanceRegistry::Instance* InstanceRegistry::GetInstance(const CMPIBroker* brok
     if (!SystemIdentity::IsLocalPath(path))
         return nullptr;
     return lookup(broker, NormalizeClassName(CMPIUtil::GetClassName(path)),
-                  CMPIUtil::GetObjectPathString(path));
+                  CMPIUtil::GetObjectPathString(path), path);
 }
 
 CMPIInstance* InstanceRegistry::GetCMPIInstance(const CMPIBroker* broker,
@@ -210,9 +231,10 @@ void InstanceRegistry::GetCMPIInstances(const CMPIBroker*, std::string className
                                         std::vector<CMPIInstance*>& instances) {
     const std::string classKey = NormalizeClassName(className);
     std::lock_guard<std::mutex> lock(mutex_);
-    InstanceContainer* container = instanceContainers[classKey];
-    if (container == nullptr)
+    auto found = instanceContainers.find(classKey);
+    if (found == instanceContainers.end() || found->second == nullptr)
         return;
+    InstanceContainer* container = found->second;
     const std::size_t firstNew = instances.size();
     Ordered& ordered = ordered_[container];
     if (ordered.stale) {

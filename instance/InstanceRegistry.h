@@ -63,15 +63,17 @@ public:
 private:
     InstanceRegistry() = default;
     Instance* lookup(const CMPIBroker* broker, const std::string& classKey,
-                     const std::string& pathText);
+                     const std::string& pathText, const CMPIObjectPath* path);
     // The container's entry for the text, made (without a record) when there is none.
-    Instance*& entry(InstanceContainer& container, const std::string& pathText);
+    Instance*& entry(InstanceContainer& container, const std::string& pathText,
+                     std::size_t keysHash);
     // The record filed under the text, or under a text with the same keys in another order; null
     // when there is none. Adds nothing.
-    Instance* find(const InstanceContainer& container, const std::string& pathText) const;
-    // The class and the key bindings of an object-path text, independent of the order in which
-    // the bindings are written.
-    static std::string OrderFreeKey(const std::string& pathText);
+    Instance* find(const InstanceContainer& container, const std::string& pathText,
+                   const CMPIObjectPath* path) const;
+    // The class and the key bindings of a path, independent of the order of its keys (and of
+    // the keys of the paths it refers to).
+    static std::string OrderFreeKey(const CMPIObjectPath* path);
 
     std::map<std::string, InstanceContainer*> instanceContainers;
     // Every container entry by its object-path text, hashed, so that a lookup does not walk a
@@ -87,7 +89,6 @@ private:
     struct Keyed {
         InstanceContainer* container;
         Instance** slot;
-        const std::string* text;
     };
     std::unordered_multimap<std::size_t, Keyed> byKeys_;
     // Each container's records in object-path-text order, remade by the first enumeration after a

@@ -8,6 +8,8 @@
 #include <cctype>
 #include <mutex>
 
+#include <unistd.h>
+
 namespace NQORVA20 {
 
 namespace {
@@ -78,7 +80,13 @@ bool SystemIdentity::IsThisSystem(const std::string& host) {
     const std::string asked = lower(host);
     if (asked == "localhost" || addressLiteral(asked))
         return true;
-    const std::string self = lower(Name());
+    std::string self = lower(Name());
+    if (self.empty()) {
+        // Nothing recorded yet (a process serving no diagnostic family): this machine's own name.
+        char own[256] = {0};
+        if (gethostname(own, sizeof own - 1) == 0)
+            self = lower(own);
+    }
     return !self.empty() && (asked == self || firstLabel(asked) == firstLabel(self));
 }
 

@@ -95,6 +95,40 @@ TEST_P(HostileClientTest, EveryOrderOfTheKeysFindsTheInstance) {
     EXPECT_EQ(found(path("Core_DiagService", fewer)), nullptr);
 }
 
+TEST_P(HostileClientTest, AnAssociationIsFoundWhateverTheOrderOfItsKeysAndOfTheKeysTheyReferTo) {
+    auto element = [&](const std::string& n) {
+        auto* e = new Plain("Core_Element");
+        (*e)["Name"] = n;
+        (*e)["DeviceID"] = "d";
+        InstanceRegistry::Singleton()->RegisterInstance(broker(), ctx(), e);
+        return e->getObjectPath();
+    };
+    auto* link = new Plain("Core_Link");
+    (*link)["Left"] = element(name + "l");
+    (*link)["Right"] = element(name + "r");
+    InstanceRegistry::Singleton()->RegisterInstance(broker(), ctx(), link);
+    auto reference = [&](const std::string& n, bool reversed) {
+        Keys keys = {{"Name", n}, {"DeviceID", "d"}};
+        if (reversed)
+            std::reverse(keys.begin(), keys.end());
+        return path("Core_Element", keys);
+    };
+    for (bool reversed : {false, true}) {
+        CMPIObjectPath* p = path("Core_Link");
+        CMPIValue left, right;
+        left.ref = reference(name + "l", reversed);
+        right.ref = reference(name + "r", !reversed);
+        if (reversed) {
+            p->ft->addKey(p, "Right", &right, CMPI_ref);
+            p->ft->addKey(p, "Left", &left, CMPI_ref);
+        } else {
+            p->ft->addKey(p, "Left", &left, CMPI_ref);
+            p->ft->addKey(p, "Right", &right, CMPI_ref);
+        }
+        EXPECT_EQ(found(p), link) << reversed;
+    }
+}
+
 TEST_P(HostileClientTest, APathNamingAnotherSystemOrNamespaceFindsNothing) {
     auto at = [&](const char* hostName, const char* ns) {
         CMPIObjectPath* p = path("Core_DiagService", keys, ns);

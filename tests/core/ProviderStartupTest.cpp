@@ -4,8 +4,11 @@
 #include "CoreTestSupport.h"
 
 #include "common/ProviderScope.h"
+#include "diag/DiagUser.h"
 #include "entry/ProviderStartup.h"
+#include "instance/InstanceRegistry.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -130,6 +133,27 @@ TEST_F(ProviderStartupTest, AWaitBeyondTheLimitIsRefusedAndTheStartUpGoesOn) {
     EXPECT_EQ(first.get().rc, CMPI_RC_OK);
     EXPECT_EQ(startup.ensure(broker(), nullptr).rc, CMPI_RC_OK);
     EXPECT_EQ(runs, 1);
+}
+
+// A start-up that calls into another provider library on its own thread (an object manager
+// serving an upcall there) still files its classes as its own.
+ProviderStartup* otherLibrary = nullptr;
+void filingStartup(const CMPIBroker* broker, const CMPIContext* ctx) {
+    otherLibrary->ensure(broker, ctx);
+    auto* filed = new NQORVA20::DiagUser;
+    filed->setClassName("Core_Capabilities");
+    (*filed)["InstanceID"] = "owned";
+    NQORVA20::InstanceRegistry::Singleton()->RegisterInstance(broker, ctx, filed);
+}
+
+TEST_F(ProviderStartupTest, ClassesAreFiledForTheLibraryWhoseStartUpRunsEvenAfterANestedCall) {
+    ProviderStartup other(nullptr);
+    otherLibrary = &other;
+    ProviderStartup startup(filingStartup);
+    EXPECT_EQ(startup.ensure(broker(), nullptr).rc, CMPI_RC_OK);
+    const auto classes = NQORVA20::InstanceRegistry::Singleton()->ClassKeys(&startup);
+    EXPECT_NE(std::find(classes.begin(), classes.end(), "CORE_CAPABILITIES"), classes.end());
+    EXPECT_EQ(ProviderScope::current(), &startup);
 }
 
 TEST_F(ProviderStartupTest, AStartUpThatThrowsIsLoggedAndNotRunAgain) {
