@@ -32,23 +32,39 @@ std::string EnvironmentSetting::text(const char* name) {
     return value == nullptr ? std::string() : std::string(value);
 }
 
-EnvironmentSetting::Percent EnvironmentSetting::percent(const char* name, double fallback) {
-    Percent result;
+namespace {
+
+// The variable as a decimal number within (above, upTo], or below `above` too when inclusive.
+EnvironmentSetting::Percent decimal(const char* name, double fallback, double low, bool lowIncluded,
+                                    double high, const std::string& meaning) {
+    EnvironmentSetting::Percent result;
     result.value = fallback;
-    const std::string raw = trimmed(text(name));
+    const std::string raw = trimmed(EnvironmentSetting::text(name));
     if (raw.empty())
         return result;
     errno = 0;
     char* end = nullptr;
     const double parsed = std::strtod(raw.c_str(), &end);
     if (end == raw.c_str() || *end != '\0' || errno == ERANGE || !std::isfinite(parsed) ||
-        parsed < 0 || parsed > 100) {
-        result.note = std::string(name) + "=" + quoted(raw) +
-                      " is not a percentage from 0 to 100; using the default";
+        (lowIncluded ? parsed < low : parsed <= low) || parsed > high) {
+        result.note =
+            std::string(name) + "=" + quoted(raw) + " is not " + meaning + "; using the default";
         return result;
     }
     result.value = parsed;
     return result;
+}
+
+} // namespace
+
+EnvironmentSetting::Percent EnvironmentSetting::percent(const char* name, double fallback) {
+    return decimal(name, fallback, 0, true, 100, "a percentage from 0 to 100");
+}
+
+EnvironmentSetting::Percent EnvironmentSetting::number(const char* name, double fallback,
+                                                       double above, double upTo,
+                                                       const std::string& meaning) {
+    return decimal(name, fallback, above, false, upTo, meaning);
 }
 
 EnvironmentSetting::Limit EnvironmentSetting::limit(const char* name,

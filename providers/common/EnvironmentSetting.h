@@ -24,6 +24,10 @@ public:
     };
 
     static Percent percent(const char* name, double fallback);
+    // A decimal number above `above` and up to `upTo`; meaning says what it is for the note
+    // ("a number of seconds above 0 and up to 86400 s").
+    static Percent number(const char* name, double fallback, double above, double upTo,
+                          const std::string& meaning);
     // Accepts decimal digits, or "unlimited" (any letter case) for no limit.
     static Limit limit(const char* name, std::optional<unsigned long long> fallback);
     // The variable's text; empty when unset.

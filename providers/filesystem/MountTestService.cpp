@@ -4,13 +4,8 @@
 #include "providers/common/TestOutcome.h"
 #include "providers/filesystem/FSDiag.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cerrno>
-#include <cmath>
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -35,30 +30,14 @@ std::string secondsText(double seconds) {
 
 // The deadline the operator set, read at every run like the thresholds.
 Deadline readDeadline() {
+    const EnvironmentSetting::Percent read =
+        EnvironmentSetting::number(deadlineVariable, MountTestService::defaultDeadlineSeconds, 0,
+                                   MountTestService::longestDeadlineSeconds,
+                                   "a number of seconds above 0 and up to " +
+                                       secondsText(MountTestService::longestDeadlineSeconds));
     Deadline deadline;
-    std::string raw = EnvironmentSetting::text(deadlineVariable);
-    while (!raw.empty() && std::isspace(static_cast<unsigned char>(raw.back())))
-        raw.pop_back();
-    const auto first =
-        std::find_if_not(raw.begin(), raw.end(), [](unsigned char c) { return std::isspace(c); });
-    raw.erase(raw.begin(), first);
-    if (raw.empty())
-        return deadline;
-    errno = 0;
-    char* end = nullptr;
-    const double parsed = std::strtod(raw.c_str(), &end);
-    if (end == raw.c_str() || *end != '\0' || errno == ERANGE || !std::isfinite(parsed) ||
-        parsed <= 0 || parsed > MountTestService::longestDeadlineSeconds) {
-        std::string shown;
-        for (char c : raw.substr(0, 40))
-            shown.push_back(std::isprint(static_cast<unsigned char>(c)) ? c : '?');
-        deadline.note = std::string(deadlineVariable) + "=\"" + shown +
-                        "\" is not a number of seconds above 0 and up to " +
-                        secondsText(MountTestService::longestDeadlineSeconds) +
-                        "; using the default";
-        return deadline;
-    }
-    deadline.seconds = parsed;
+    deadline.seconds = read.value;
+    deadline.note = read.note;
     return deadline;
 }
 
