@@ -9,12 +9,12 @@
 #include "diag/AvailableDiagnosticService.h"
 #include "diag/DiagService.h"
 #include "diag/DiagnosticRecord.h"
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/ClassRepository.h"
-#include "host/Dispatcher.h"
-#include "host/LogSink.h"
-#include "host/ResultSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/Dispatcher.h"
+#include "host/broker/LogSink.h"
+#include "host/broker/ResultSink.h"
+#include "host/mof/ClassRepository.h"
 #include "instance/InstanceRegistry.h"
 
 #include <cmpift.h>
@@ -29,12 +29,12 @@
 
 namespace diagbench {
 
-using NQORVA20::host::Broker;
-using NQORVA20::host::CallScope;
-using NQORVA20::host::ClassRepository;
-using NQORVA20::host::LogSink;
-using NQORVA20::host::OperationStatus;
-using NQORVA20::host::ResultSink;
+using diaghost::Broker;
+using diaghost::CallScope;
+using diaghost::ClassRepository;
+using diaghost::LogSink;
+using diaghost::OperationStatus;
+using diaghost::ResultSink;
 
 // The classes the benchmarks publish: those of the file-system diagnostics provider.
 constexpr const char* serviceClass = "ZORQ_FSDiagService";
@@ -62,7 +62,7 @@ public:
 };
 
 // Serves the instances it was given when their class is enumerated; nothing else.
-class ElementDispatcher : public NQORVA20::host::Dispatcher {
+class ElementDispatcher : public diaghost::Dispatcher {
 public:
     // Serves only the first `limit` instances of each class.
     std::size_t limit = 0;

@@ -1,11 +1,12 @@
 // Costs of the broker's hot paths: object path text in both dialects, making and filling an
 // instance of a 15-property class, reading a property, cloning, an instance's path text, and a
 // client path with many keys.
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/ClassRepository.h"
-#include "host/LogSink.h"
-#include "host/ObjectPathText.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/CimValueCodec.h"
+#include "host/broker/LogSink.h"
+#include "host/mof/ClassRepository.h"
+#include "host/text/ObjectPathText.h"
 
 #include <cmpift.h>
 #include <cmpimacs.h>
@@ -15,7 +16,7 @@
 #include <memory>
 #include <string>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 
 namespace {
 
@@ -156,7 +157,7 @@ void PathWithManyKeys(benchmark::State& state) {
         text += (i ? ",K" : "K") + std::to_string(i) + "=\"v\"";
     for (auto _ : state) {
         CallScope scope(*s.broker);
-        benchmark::DoNotOptimize(ObjectPathText::toCmpi(*s.broker, text, "root/cimv2"));
+        benchmark::DoNotOptimize(CimValueCodec::pathFromText(*s.broker, text, "root/cimv2"));
     }
     state.SetComplexityN(state.range(0));
 }

@@ -6,8 +6,8 @@
 #include "BenchSupport.h"
 
 #include "factory/AvailServiceFactory.h"
-#include "host/ScopeMemory.h"
-#include "host/StringTable.h"
+#include "host/broker/StringTable.h"
+#include "host/memory/ScopeMemory.h"
 
 #include <malloc.h>
 
@@ -20,7 +20,7 @@ constexpr std::size_t population = 100000;
 std::size_t heapInUse() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd +
-           NQORVA20::host::ScopeMemory::chunksInUse() * NQORVA20::host::ScopeMemory::chunkSize;
+           diaghost::ScopeMemory::chunksInUse() * diaghost::ScopeMemory::chunkSize;
 }
 
 double perItem(std::size_t before, std::size_t after) {
@@ -49,7 +49,7 @@ void RegisteredRecords(benchmark::State& state) {
     }
     state.counters["records"] = static_cast<double>(containerSize(recordClass));
     // Distinct texts the kept objects hold, each once.
-    state.counters["texts"] = static_cast<double>(NQORVA20::host::StringTable::size());
+    state.counters["texts"] = static_cast<double>(diaghost::StringTable::size());
 }
 BENCHMARK(RegisteredRecords)->Iterations(1)->Unit(benchmark::kMillisecond);
 

@@ -9,7 +9,7 @@
 
 #include "entry/DiagServiceProviderCommon.h"
 #include "factory/AvailServiceFactory.h"
-#include "host/ScopeMemory.h"
+#include "host/memory/ScopeMemory.h"
 #include "instance/CMPIUtil.h"
 
 #include <random>
@@ -229,8 +229,7 @@ void RunDiagnostic(benchmark::State& state) {
         failed += st.rc != CMPI_RC_OK;
     }
     // A run leaves nothing in the broker's scope memory: this stays at the thread's one chunk.
-    state.counters["scope_chunks"] =
-        static_cast<double>(NQORVA20::host::ScopeMemory::chunksInUse());
+    state.counters["scope_chunks"] = static_cast<double>(diaghost::ScopeMemory::chunksInUse());
     if (target == nullptr || failed != 0 ||
         result.data != static_cast<std::size_t>(state.iterations()))
         state.SkipWithError("RunDiagnostic failed");

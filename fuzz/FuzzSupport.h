@@ -4,10 +4,10 @@
 #ifndef DIAGCORE_FUZZ_FUZZSUPPORT_H
 #define DIAGCORE_FUZZ_FUZZSUPPORT_H
 
-#include "host/Broker.h"
-#include "host/ClassRepository.h"
-#include "host/LogSink.h"
-#include "host/PathDialect.h"
+#include "host/broker/Broker.h"
+#include "host/broker/LogSink.h"
+#include "host/mof/ClassRepository.h"
+#include "host/text/PathDialect.h"
 
 #include <cmpift.h>
 
@@ -59,21 +59,21 @@ class Fuzz_Types {
 }
 
 struct FuzzBroker {
-    NQORVA20::host::ClassRepository classes;
-    NQORVA20::host::LogSink log{1024};
-    std::unique_ptr<NQORVA20::host::Broker> broker;
+    diaghost::ClassRepository classes;
+    diaghost::LogSink log{1024};
+    std::unique_ptr<diaghost::Broker> broker;
 
-    explicit FuzzBroker(NQORVA20::host::PathDialect dialect) {
+    explicit FuzzBroker(diaghost::PathDialect dialect) {
         classes.loadText(typesMof());
-        broker = std::make_unique<NQORVA20::host::Broker>(classes, log, dialect);
+        broker = std::make_unique<diaghost::Broker>(classes, log, dialect);
     }
 };
 
 // One broker per object-path dialect for the whole run.
-inline FuzzBroker& fuzzBroker(NQORVA20::host::PathDialect dialect) {
-    static FuzzBroker* pegasus = new FuzzBroker(NQORVA20::host::PathDialect::Pegasus);
-    static FuzzBroker* sfcb = new FuzzBroker(NQORVA20::host::PathDialect::Sfcb);
-    return dialect == NQORVA20::host::PathDialect::Sfcb ? *sfcb : *pegasus;
+inline FuzzBroker& fuzzBroker(diaghost::PathDialect dialect) {
+    static FuzzBroker* pegasus = new FuzzBroker(diaghost::PathDialect::Pegasus);
+    static FuzzBroker* sfcb = new FuzzBroker(diaghost::PathDialect::Sfcb);
+    return dialect == diaghost::PathDialect::Sfcb ? *sfcb : *pegasus;
 }
 
 // The core prints a few trace lines (unsupported property types, definitions) on standard

@@ -1,12 +1,12 @@
 // The host's MOF reader: any text either loads or raises MofError; nothing else may escape, and
 // whatever loaded answers the repository's lookups.
-#include "host/ClassRepository.h"
+#include "host/mof/ClassRepository.h"
 
 #include <cstdint>
 #include <string>
 
-using NQORVA20::host::ClassRepository;
-using NQORVA20::host::MofError;
+using diaghost::ClassRepository;
+using diaghost::MofError;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     const std::string text(reinterpret_cast<const char*>(bytes), size);

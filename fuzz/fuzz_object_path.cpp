@@ -5,7 +5,7 @@
 #include "FuzzSupport.h"
 
 #include "builder/InstanceBuilder.h"
-#include "host/CallScope.h"
+#include "host/broker/CallScope.h"
 #include "instance/CMPIUtil.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
@@ -20,9 +20,9 @@
 #include <string>
 #include <strings.h>
 
+using diaghost::CallScope;
+using diaghost::PathDialect;
 using NQORVA20::ParseInstanceImpl;
-using NQORVA20::host::CallScope;
-using NQORVA20::host::PathDialect;
 namespace util = NQORVA20::CMPIUtil;
 
 namespace {

@@ -3,11 +3,11 @@
 // names and method calls, with class names, paths, roles, method names and arguments drawn from
 // what the providers publish and from the input. The providers run on a scratch machine (a mounts
 // table over scratch folders and a fake sysfs network tree), never on the real one.
-#include "host/Broker.h"
-#include "host/CallScope.h"
 #include "host/Host.h"
-#include "host/LogSink.h"
-#include "host/ObjectPathText.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/LogSink.h"
+#include "host/text/ObjectPathText.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -21,9 +21,9 @@
 #include <string>
 #include <vector>
 
-using NQORVA20::host::CallScope;
-using NQORVA20::host::Host;
-using NQORVA20::host::ObjectPathError;
+using diaghost::CallScope;
+using diaghost::Host;
+using diaghost::ObjectPathError;
 
 namespace fs = std::filesystem;
 

@@ -4,7 +4,7 @@
 #include "FuzzSupport.h"
 
 #include "builder/InstanceBuilder.h"
-#include "host/CallScope.h"
+#include "host/broker/CallScope.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -15,12 +15,12 @@
 #include <string>
 #include <vector>
 
+using diaghost::CallScope;
+using diaghost::PathDialect;
 using NQORVA20::InstanceBuilder;
 using NQORVA20::multiStringTok;
 using NQORVA20::ParseInstanceImpl;
 using NQORVA20::stringToDataType;
-using NQORVA20::host::CallScope;
-using NQORVA20::host::PathDialect;
 
 namespace {
 

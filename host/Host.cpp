@@ -1,20 +1,21 @@
 #include "host/Host.h"
 
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/CimValueCodec.h"
-#include "host/ClassRepository.h"
-#include "host/LogSink.h"
-#include "host/ObjectPathText.h"
-#include "host/OtherThreadDispatcher.h"
-#include "host/ProviderManager.h"
-#include "host/ResultSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/CimValueCodec.h"
+#include "host/broker/CimValueText.h"
+#include "host/broker/LogSink.h"
+#include "host/broker/ResultSink.h"
+#include "host/mof/ClassRepository.h"
+#include "host/providers/OtherThreadDispatcher.h"
+#include "host/providers/ProviderManager.h"
+#include "host/text/ObjectPathText.h"
 
 #include <cmpift.h>
 
 #include <iostream>
 
-namespace NQORVA20::host {
+namespace diaghost {
 
 namespace {
 
@@ -329,7 +330,7 @@ OperationResult Host::invokeMethod(const std::string& pathText, const std::strin
 }
 
 CMPIObjectPath* Host::parsePath(const std::string& pathText, const std::string& defaultNs) {
-    return ObjectPathText::toCmpi(*broker_, pathText, defaultNs);
+    return CimValueCodec::pathFromText(*broker_, pathText, defaultNs);
 }
 
 std::optional<std::string> Host::propertyText(const CMPIInstance* instance,
@@ -341,7 +342,7 @@ std::optional<std::string> Host::propertyText(const CMPIInstance* instance,
     CMPIData d = instance->ft->getProperty(instance, name.c_str(), &st);
     if (st.rc != CMPI_RC_OK || (d.state & (CMPI_nullValue | CMPI_notFound)))
         return std::nullopt;
-    return CimValueCodec::plainText(d);
+    return CimValueText::plainText(d);
 }
 
 std::string Host::mofText(const CMPIInstance* instance) {
@@ -358,7 +359,7 @@ std::string Host::mofText(const CMPIInstance* instance) {
         CMPIData d = instance->ft->getPropertyAt(instance, i, &name, &st);
         if (st.rc != CMPI_RC_OK || (d.state & (CMPI_nullValue | CMPI_notFound)))
             continue;
-        out += "    " + text(name) + " = " + CimValueCodec::mofText(d) + ";\n";
+        out += "    " + text(name) + " = " + CimValueText::mofText(d) + ";\n";
     }
     return out + "};";
 }
@@ -370,4 +371,4 @@ std::string Host::pathText(const CMPIObjectPath* path) {
     return text(path->ft->toString(path, nullptr));
 }
 
-} // namespace NQORVA20::host
+} // namespace diaghost

@@ -6,7 +6,7 @@
 #define DIAGCORE_HOST_HOST_H
 
 #include "host/OperationResult.h"
-#include "host/PathDialect.h"
+#include "host/text/PathDialect.h"
 
 #include <cmpidt.h>
 
@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-namespace NQORVA20::host {
+namespace diaghost {
 
 class Broker;
 class ClassRepository;
@@ -144,6 +144,6 @@ private:
     std::unique_ptr<Dispatcher> upcalls_; // set when upcalls run on another thread
 };
 
-} // namespace NQORVA20::host
+} // namespace diaghost
 
 #endif

@@ -1,10 +1,10 @@
 #include "host/OperationResult.h"
 
-#include "host/ResultSink.h"
+#include "host/broker/ResultSink.h"
 
 #include <cmpift.h>
 
-namespace NQORVA20::host {
+namespace diaghost {
 
 namespace {
 
@@ -84,4 +84,4 @@ CMPIData OperationResult::outArg(const std::string& name) const {
     return d;
 }
 
-} // namespace NQORVA20::host
+} // namespace diaghost

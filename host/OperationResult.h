@@ -4,7 +4,7 @@
 #ifndef DIAGCORE_HOST_OPERATIONRESULT_H
 #define DIAGCORE_HOST_OPERATIONRESULT_H
 
-#include "host/OperationStatus.h"
+#include "host/broker/OperationStatus.h"
 
 #include <cmpidt.h>
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace NQORVA20::host {
+namespace diaghost {
 
 class Broker;
 class ResultSink;
@@ -54,6 +54,6 @@ private:
     CMPIArgs* outArgs_ = nullptr;
 };
 
-} // namespace NQORVA20::host
+} // namespace diaghost
 
 #endif

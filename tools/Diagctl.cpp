@@ -1,10 +1,10 @@
 #include "tools/Diagctl.h"
 
-#include "host/CallScope.h"
-#include "host/ClassRepository.h"
 #include "host/Host.h"
-#include "host/ObjectPathText.h"
 #include "host/OperationResult.h"
+#include "host/broker/CallScope.h"
+#include "host/mof/ClassRepository.h"
+#include "host/text/ObjectPathText.h"
 #include "tools/DiagnosticDemo.h"
 #include "tools/DiagnosticRun.h"
 #include "tools/OutputFormatter.h"
@@ -51,7 +51,7 @@ Diagctl::Diagctl(DiagctlOptions options, std::ostream& out, std::ostream& err)
 
 int Diagctl::run() {
     const Locations defaults = defaultLocations();
-    host::Host::Options hostOptions;
+    diaghost::Host::Options hostOptions;
     hostOptions.dialect = options_.dialect;
     hostOptions.providerPath = options_.providers;
     if (hostOptions.providerPath.empty())
@@ -62,7 +62,7 @@ int Diagctl::run() {
     // strict behaviour.
     hostOptions.upcallsOnOtherThread = true;
     hostOptions.strict = true;
-    host::Host host(hostOptions);
+    diaghost::Host host(hostOptions);
     try {
         host.loadMof(options_.mof.empty() ? defaults.mof : options_.mof, options_.nameSpace);
         host.loadRegistrations(options_.registrations.empty() ? defaults.registrations
@@ -74,7 +74,7 @@ int Diagctl::run() {
     return execute(host);
 }
 
-int Diagctl::execute(host::Host& host) {
+int Diagctl::execute(diaghost::Host& host) {
     using C = DiagctlOptions::Command;
     switch (options_.command) {
     case C::Classes:
@@ -96,61 +96,61 @@ int Diagctl::execute(host::Host& host) {
     return 0;
 }
 
-int Diagctl::failed(const host::OperationResult& result) {
-    err_ << "diagctl: " << host::rcName(result.status.rc) << ": "
+int Diagctl::failed(const diaghost::OperationResult& result) {
+    err_ << "diagctl: " << diaghost::rcName(result.status.rc) << ": "
          << (result.status.hasMessage ? result.status.message : "(no message)") << "\n";
     return exitFailed;
 }
 
-int Diagctl::classes(host::Host& host) {
+int Diagctl::classes(diaghost::Host& host) {
     std::vector<std::string> names = host.classes().classNames(options_.nameSpace);
     std::sort(names.begin(), names.end());
     OutputFormatter(host, styleOf(options_), out_).names(names);
     return 0;
 }
 
-int Diagctl::enumerate(host::Host& host) {
+int Diagctl::enumerate(diaghost::Host& host) {
     const std::string& className = options_.operands[0];
     if (host.classes().findClass(options_.nameSpace, className) == nullptr) {
-        err_ << "diagctl: " << host::rcName(CMPI_RC_ERR_INVALID_CLASS) << ": no class " << className
+        err_ << "diagctl: " << diaghost::rcName(CMPI_RC_ERR_INVALID_CLASS) << ": no class " << className
              << " in " << options_.nameSpace << "\n";
         return exitFailed;
     }
     OutputFormatter format(host, styleOf(options_), out_);
     if (options_.names) {
-        host::OperationResult result = host.enumerateInstanceNames(options_.nameSpace, className);
+        diaghost::OperationResult result = host.enumerateInstanceNames(options_.nameSpace, className);
         if (!result.ok())
             return failed(result);
         format.paths(result.paths());
         return 0;
     }
-    host::OperationResult result = host.enumerateInstances(options_.nameSpace, className);
+    diaghost::OperationResult result = host.enumerateInstances(options_.nameSpace, className);
     if (!result.ok())
         return failed(result);
     format.instances(result.instances());
     return 0;
 }
 
-int Diagctl::get(host::Host& host) {
-    host::OperationResult result = host.getInstance(options_.operands[0]);
+int Diagctl::get(diaghost::Host& host) {
+    diaghost::OperationResult result = host.getInstance(options_.operands[0]);
     if (!result.ok())
         return failed(result);
     OutputFormatter(host, styleOf(options_), out_).instances(result.instances());
     return 0;
 }
 
-int Diagctl::associators(host::Host& host) {
+int Diagctl::associators(diaghost::Host& host) {
     const std::string& path = options_.operands[0];
     OutputFormatter format(host, styleOf(options_), out_);
     if (options_.names) {
-        host::OperationResult result = host.associatorNames(
+        diaghost::OperationResult result = host.associatorNames(
             path, options_.assocClass, options_.resultClass, options_.role, options_.resultRole);
         if (!result.ok())
             return failed(result);
         format.paths(result.paths());
         return 0;
     }
-    host::OperationResult result = host.associators(path, options_.assocClass, options_.resultClass,
+    diaghost::OperationResult result = host.associators(path, options_.assocClass, options_.resultClass,
                                                     options_.role, options_.resultRole);
     if (!result.ok())
         return failed(result);
@@ -158,21 +158,21 @@ int Diagctl::associators(host::Host& host) {
     return 0;
 }
 
-int Diagctl::runDiagnostic(host::Host& host) {
-    host::CallScope scope(host.broker());
+int Diagctl::runDiagnostic(diaghost::Host& host) {
+    diaghost::CallScope scope(host.broker());
     CMPIObjectPath* service = nullptr;
     CMPIObjectPath* element = nullptr;
     try {
         service = host.parsePath(options_.operands[0], options_.nameSpace);
         element = host.parsePath(options_.operands[1], options_.nameSpace);
-    } catch (const host::ObjectPathError& e) {
-        err_ << "diagctl: " << host::rcName(CMPI_RC_ERR_INVALID_PARAMETER) << ": " << e.what()
+    } catch (const diaghost::ObjectPathError& e) {
+        err_ << "diagctl: " << diaghost::rcName(CMPI_RC_ERR_INVALID_PARAMETER) << ": " << e.what()
              << "\n";
         return exitFailed;
     }
     DiagnosticRun run(host, service, element, options_.nameSpace);
     if (!run.carriedOut()) {
-        err_ << "diagctl: " << host::rcName(run.status().rc) << ": "
+        err_ << "diagctl: " << diaghost::rcName(run.status().rc) << ": "
              << (run.status().hasMessage ? run.status().message : "(no message)") << "\n";
         return exitFailed;
     }

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-namespace NQORVA20::host {
+namespace diaghost {
 class Host;
 class OperationResult;
-} // namespace NQORVA20::host
+} // namespace diaghost
 
 namespace NQORVA20::tools {
 
@@ -33,14 +33,14 @@ public:
     int run();
 
 private:
-    int execute(host::Host& host);
-    int classes(host::Host& host);
-    int enumerate(host::Host& host);
-    int get(host::Host& host);
-    int associators(host::Host& host);
-    int runDiagnostic(host::Host& host);
+    int execute(diaghost::Host& host);
+    int classes(diaghost::Host& host);
+    int enumerate(diaghost::Host& host);
+    int get(diaghost::Host& host);
+    int associators(diaghost::Host& host);
+    int runDiagnostic(diaghost::Host& host);
     // Prints the failure of an operation; answers the exit code for it.
-    int failed(const host::OperationResult& result);
+    int failed(const diaghost::OperationResult& result);
 
     DiagctlOptions options_;
     std::ostream& out_;

@@ -71,7 +71,7 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             o.names = sawNames = true;
         } else if (a == "--dialect") {
             const std::string d = value();
-            auto parsed = host::parseDialect(d);
+            auto parsed = diaghost::parseDialect(d);
             if (!parsed)
                 throw UsageError("unknown dialect '" + d + "'");
             o.dialect = *parsed;

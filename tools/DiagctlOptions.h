@@ -4,7 +4,7 @@
 #ifndef DIAGCORE_TOOLS_DIAGCTLOPTIONS_H
 #define DIAGCORE_TOOLS_DIAGCTLOPTIONS_H
 
-#include "host/PathDialect.h"
+#include "host/text/PathDialect.h"
 
 #include <ostream>
 #include <stdexcept>
@@ -33,7 +33,7 @@ struct DiagctlOptions {
 
     bool json = false;
     bool verbose = false;
-    host::PathDialect dialect = host::PathDialect::Pegasus;
+    diaghost::PathDialect dialect = diaghost::PathDialect::Pegasus;
     std::string nameSpace = "root/cimv2";
     std::string mof;                    // empty: the default class file
     std::string registrations;          // empty: the default registration file

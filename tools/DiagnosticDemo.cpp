@@ -1,9 +1,10 @@
 #include "tools/DiagnosticDemo.h"
 
-#include "host/CallScope.h"
-#include "host/CimValueCodec.h"
 #include "host/Host.h"
 #include "host/OperationResult.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/CimValueMatch.h"
+#include "host/broker/CimValueText.h"
 #include "tools/DiagnosticRun.h"
 
 #include <cmpift.h>
@@ -15,7 +16,8 @@
 
 namespace NQORVA20::tools {
 
-using host::CimValueCodec;
+using diaghost::CimValueMatch;
+using diaghost::CimValueText;
 
 namespace {
 
@@ -33,11 +35,11 @@ std::string keyText(const CMPIObjectPath* path, const char* key) {
     const CMPIData value = path->ft->getKey(path, key, &status);
     if (status.rc != CMPI_RC_OK || (value.state & (CMPI_nullValue | CMPI_notFound)))
         return {};
-    return CimValueCodec::plainText(value);
+    return CimValueText::plainText(value);
 }
 
 // What a person calls the element: its device id, else its name, else its whole path.
-std::string elementLabel(host::Host& host, const CMPIObjectPath* element) {
+std::string elementLabel(diaghost::Host& host, const CMPIObjectPath* element) {
     for (const char* key : {"DeviceID", "Name"}) {
         std::string text = keyText(element, key);
         if (!text.empty())
@@ -46,7 +48,7 @@ std::string elementLabel(host::Host& host, const CMPIObjectPath* element) {
     return host.pathText(element);
 }
 
-std::string property(host::Host& host, const CMPIInstance* instance, const char* name) {
+std::string property(diaghost::Host& host, const CMPIInstance* instance, const char* name) {
     return instance ? host.propertyText(instance, name).value_or("") : "";
 }
 
@@ -93,19 +95,19 @@ void printTable(std::ostream& out, const std::vector<Row>& rows) {
 
 } // namespace
 
-DiagnosticDemo::DiagnosticDemo(host::Host& host, std::string nameSpace, std::ostream& out,
+DiagnosticDemo::DiagnosticDemo(diaghost::Host& host, std::string nameSpace, std::ostream& out,
                                std::ostream& err)
     : host_(host), nameSpace_(std::move(nameSpace)), out_(out), err_(err) {}
 
 int DiagnosticDemo::run() {
-    host::CallScope scope(host_.broker());
-    host::OperationResult services = host_.enumerateInstances(nameSpace_, "CIM_DiagnosticService");
+    diaghost::CallScope scope(host_.broker());
+    diaghost::OperationResult services = host_.enumerateInstances(nameSpace_, "CIM_DiagnosticService");
     if (!services.ok()) {
-        err_ << "diagctl: " << host::rcName(services.status.rc) << ": " << services.status.message
+        err_ << "diagctl: " << diaghost::rcName(services.status.rc) << ": " << services.status.message
              << "\n";
         return 1;
     }
-    host::OperationResult available =
+    diaghost::OperationResult available =
         host_.enumerateInstances(nameSpace_, "CIM_AvailableDiagnosticService");
 
     struct Plan {
@@ -125,7 +127,7 @@ int DiagnosticDemo::run() {
                 association->ft->getProperty(association, "UserOfService", nullptr);
             if (provided.type != CMPI_ref || user.type != CMPI_ref ||
                 (provided.state & CMPI_nullValue) || (user.state & CMPI_nullValue) ||
-                !CimValueCodec::samePath(provided.value.ref, servicePath))
+                !CimValueMatch::samePath(provided.value.ref, servicePath))
                 continue;
             plan.elements.push_back(user.value.ref);
         }
@@ -153,14 +155,14 @@ int DiagnosticDemo::run() {
             Row row{serviceName, label, "", "", "", milliseconds(run.elapsed())};
             if (!run.carriedOut()) {
                 everyRunCarriedOut = false;
-                row.result = std::string("not run (") + host::rcName(run.status().rc) + ")";
-                err_ << "diagctl: " << host::rcName(run.status().rc) << ": " << run.status().message
+                row.result = std::string("not run (") + diaghost::rcName(run.status().rc) + ")";
+                err_ << "diagctl: " << diaghost::rcName(run.status().rc) << ": " << run.status().message
                      << "\n";
             } else {
                 const CMPIData value = run.returnValue();
                 const bool passed = value.type == CMPI_uint32 && !(value.state & CMPI_nullValue) &&
                                     value.value.uint32 == 0;
-                row.result = passed ? "passed" : "failed (" + CimValueCodec::plainText(value) + ")";
+                row.result = passed ? "passed" : "failed (" + CimValueText::plainText(value) + ")";
                 row.errorCode = listText(property(host_, run.record(), "ErrorCode"));
                 row.loops = property(host_, run.record(), "LoopsPassed") + " passed, " +
                             property(host_, run.record(), "LoopsFailed") + " failed";

@@ -8,7 +8,7 @@
 #include <ostream>
 #include <string>
 
-namespace NQORVA20::host {
+namespace diaghost {
 class Host;
 }
 
@@ -16,13 +16,13 @@ namespace NQORVA20::tools {
 
 class DiagnosticDemo {
 public:
-    DiagnosticDemo(host::Host& host, std::string nameSpace, std::ostream& out, std::ostream& err);
+    DiagnosticDemo(diaghost::Host& host, std::string nameSpace, std::ostream& out, std::ostream& err);
 
     // Answers the process exit code: 0 when every run was carried out.
     int run();
 
 private:
-    host::Host& host_;
+    diaghost::Host& host_;
     std::string nameSpace_;
     std::ostream& out_;
     std::ostream& err_;

@@ -1,7 +1,7 @@
 #include "tools/DiagnosticRun.h"
 
-#include "host/CallScope.h"
 #include "host/Host.h"
+#include "host/broker/CallScope.h"
 
 #include <cmpift.h>
 
@@ -11,7 +11,7 @@ namespace NQORVA20::tools {
 
 namespace {
 
-std::set<std::string> pathTexts(host::Host& host, const host::OperationResult& records) {
+std::set<std::string> pathTexts(diaghost::Host& host, const diaghost::OperationResult& records) {
     std::set<std::string> texts;
     for (const CMPIInstance* record : records.instances())
         texts.insert(host.pathText(record->ft->getObjectPath(record, nullptr)));
@@ -20,9 +20,9 @@ std::set<std::string> pathTexts(host::Host& host, const host::OperationResult& r
 
 } // namespace
 
-DiagnosticRun::DiagnosticRun(host::Host& host, const CMPIObjectPath* servicePath,
+DiagnosticRun::DiagnosticRun(diaghost::Host& host, const CMPIObjectPath* servicePath,
                              const CMPIObjectPath* elementPath, const std::string& nameSpace) {
-    host::CallScope scope(host.broker());
+    diaghost::CallScope scope(host.broker());
     const std::set<std::string> before =
         pathTexts(host, host.enumerateInstances(nameSpace, recordClass));
 
@@ -31,7 +31,7 @@ DiagnosticRun::DiagnosticRun(host::Host& host, const CMPIObjectPath* servicePath
     element.state = CMPI_goodValue;
     element.value.ref = const_cast<CMPIObjectPath*>(elementPath);
     const auto start = std::chrono::steady_clock::now();
-    call_ = std::make_unique<host::OperationResult>(
+    call_ = std::make_unique<diaghost::OperationResult>(
         host.invokeMethod(servicePath, "RunDiagnostic", {{"ManagedElement", element}}));
     elapsed_ = std::chrono::duration_cast<std::chrono::microseconds>(
         std::chrono::steady_clock::now() - start);
@@ -39,7 +39,7 @@ DiagnosticRun::DiagnosticRun(host::Host& host, const CMPIObjectPath* servicePath
         return;
 
     recordsAfter_ =
-        std::make_unique<host::OperationResult>(host.enumerateInstances(nameSpace, recordClass));
+        std::make_unique<diaghost::OperationResult>(host.enumerateInstances(nameSpace, recordClass));
     for (const CMPIInstance* record : recordsAfter_->instances())
         if (!before.count(host.pathText(record->ft->getObjectPath(record, nullptr))))
             record_ = record;

@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-namespace NQORVA20::host {
+namespace diaghost {
 class Host;
 }
 
@@ -21,11 +21,11 @@ namespace NQORVA20::tools {
 class DiagnosticRun {
 public:
     // Runs the method of the service at servicePath on the element at elementPath.
-    DiagnosticRun(host::Host& host, const CMPIObjectPath* servicePath,
+    DiagnosticRun(diaghost::Host& host, const CMPIObjectPath* servicePath,
                   const CMPIObjectPath* elementPath, const std::string& nameSpace);
 
     // The method call's own status: OK when the run was carried out, whatever the test found.
-    const host::OperationStatus& status() const { return call_->status; }
+    const diaghost::OperationStatus& status() const { return call_->status; }
     bool carriedOut() const { return call_->ok(); }
     CMPIData returnValue() const { return call_->returnValue(); }
     // The record the run published; null when none was found.
@@ -35,8 +35,8 @@ public:
     static constexpr const char* recordClass = "CIM_DiagnosticRecord";
 
 private:
-    std::unique_ptr<host::OperationResult> call_;
-    std::unique_ptr<host::OperationResult> recordsAfter_;
+    std::unique_ptr<diaghost::OperationResult> call_;
+    std::unique_ptr<diaghost::OperationResult> recordsAfter_;
     const CMPIInstance* record_ = nullptr;
     std::chrono::microseconds elapsed_{0};
 };

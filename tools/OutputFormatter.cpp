@@ -1,8 +1,8 @@
 #include "tools/OutputFormatter.h"
 
-#include "host/CallScope.h"
-#include "host/CimValueCodec.h"
 #include "host/Host.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/CimValueText.h"
 
 #include <cmpift.h>
 
@@ -11,7 +11,7 @@
 
 namespace NQORVA20::tools {
 
-using host::CimValueCodec;
+using diaghost::CimValueText;
 
 namespace {
 
@@ -40,7 +40,7 @@ bool isNumber(CMPIType type) {
 
 } // namespace
 
-OutputFormatter::OutputFormatter(host::Host& host, Style style, std::ostream& out)
+OutputFormatter::OutputFormatter(diaghost::Host& host, Style style, std::ostream& out)
     : host_(host), style_(style), out_(out) {}
 
 std::string OutputFormatter::jsonString(const std::string& text) {
@@ -94,16 +94,16 @@ std::string OutputFormatter::jsonValue(const CMPIData& data) {
     if (data.type == CMPI_boolean)
         return data.value.boolean ? "true" : "false";
     if (isNumber(data.type))
-        return CimValueCodec::plainText(data);
+        return CimValueText::plainText(data);
     if (data.type == CMPI_real32 || data.type == CMPI_real64) {
         const double value = data.type == CMPI_real32 ? data.value.real32 : data.value.real64;
-        return std::isfinite(value) ? CimValueCodec::plainText(data) : "null";
+        return std::isfinite(value) ? CimValueText::plainText(data) : "null";
     }
-    return jsonString(CimValueCodec::plainText(data));
+    return jsonString(CimValueText::plainText(data));
 }
 
 std::string OutputFormatter::jsonInstance(const CMPIInstance* instance) {
-    host::CallScope scope(host_.broker());
+    diaghost::CallScope scope(host_.broker());
     const CMPIObjectPath* path = instance->ft->getObjectPath(instance, nullptr);
     const std::string className =
         path && path->ft ? text(path->ft->getClassName(path, nullptr)) : "";
@@ -152,7 +152,7 @@ void OutputFormatter::names(const std::vector<std::string>& names) {
 
 void OutputFormatter::methodOutcome(const CMPIData& returnValue, const CMPIInstance* record) {
     if (style_ == Style::Mof) {
-        out_ << "ReturnValue = " << CimValueCodec::mofText(returnValue) << ";\n";
+        out_ << "ReturnValue = " << CimValueText::mofText(returnValue) << ";\n";
         if (record != nullptr)
             out_ << host_.mofText(record) << "\n";
         return;

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace NQORVA20::host {
+namespace diaghost {
 class Host;
 }
 
@@ -21,7 +21,7 @@ class OutputFormatter {
 public:
     enum class Style { Mof, Json };
 
-    OutputFormatter(host::Host& host, Style style, std::ostream& out);
+    OutputFormatter(diaghost::Host& host, Style style, std::ostream& out);
 
     void instances(const std::vector<CMPIInstance*>& instances);
     void paths(const std::vector<CMPIObjectPath*>& paths);
@@ -37,7 +37,7 @@ public:
 private:
     std::string jsonInstance(const CMPIInstance* instance);
 
-    host::Host& host_;
+    diaghost::Host& host_;
     Style style_;
     std::ostream& out_;
 };

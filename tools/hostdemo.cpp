@@ -3,15 +3,17 @@
 // the associators and references of that instance, all printed as MOF instance text.
 //
 // Without arguments it uses the host test suite's classes and providers from the build tree.
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/CimValueCodec.h"
-#include "host/ClassRepository.h"
 #include "host/Host.h"
-#include "host/ObjectPathText.h"
-#include "host/ProviderManager.h"
-#include "host/ProviderRegistration.h"
-#include "host/ResultSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/CimValueCodec.h"
+#include "host/broker/CimValueText.h"
+#include "host/broker/ResultSink.h"
+#include "host/mof/ClassRepository.h"
+#include "host/providers/ProviderManager.h"
+#include "host/providers/ProviderRegistration.h"
+#include "host/text/LiteralText.h"
+#include "host/text/ObjectPathText.h"
 
 #include <cmpift.h>
 
@@ -25,7 +27,7 @@
 #include <string>
 #include <vector>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 
 namespace {
 
@@ -147,9 +149,9 @@ Host::Arguments methodArguments(Host& host, const Settings& s, const std::string
         double real = 0;
         if (type == CMPI_boolean)
             kind = MofValue::Kind::Boolean;
-        else if (CimValueCodec::parseInteger(text, negative, magnitude))
+        else if (LiteralText::parseInteger(text, negative, magnitude))
             kind = type == CMPI_string ? MofValue::Kind::String : MofValue::Kind::Integer;
-        else if (CimValueCodec::parseReal(text, real))
+        else if (LiteralText::parseReal(text, real))
             kind = MofValue::Kind::Real;
         out.emplace_back(name,
                          CimValueCodec::fromLiteral(host.broker(), kind, text, type, s.nameSpace));
@@ -190,14 +192,14 @@ int run(const Settings& s) {
             host.invokeMethod(s.path, s.method, methodArguments(host, s, className));
         printStatus(("invokeMethod " + s.method).c_str(), call);
         if (call.ok()) {
-            std::cout << "   return value: " << CimValueCodec::mofText(call.returnValue()) << "\n";
+            std::cout << "   return value: " << CimValueText::mofText(call.returnValue()) << "\n";
             const CMPIArgs* out = call.outArgs();
             CMPICount n = out ? out->ft->getArgCount(out, nullptr) : 0;
             for (CMPICount i = 0; i < n; ++i) {
                 CMPIString* name = nullptr;
                 CMPIData d = out->ft->getArgAt(out, i, &name, nullptr);
                 std::cout << "   out " << (name ? name->ft->getCharPtr(name, nullptr) : "?")
-                          << " = " << CimValueCodec::mofText(d) << "\n";
+                          << " = " << CimValueText::mofText(d) << "\n";
             }
         }
     }

@@ -3,10 +3,10 @@
 #ifndef DIAGCORE_TESTS_BROKER_BROKERFIXTURE_H
 #define DIAGCORE_TESTS_BROKER_BROKERFIXTURE_H
 
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/ClassRepository.h"
-#include "host/LogSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/LogSink.h"
+#include "host/mof/ClassRepository.h"
 
 #include <cmpift.h>
 #include <cmpimacs.h>
@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 inline CimProperty property(const std::string& name, CimTypeCode type, bool key = false) {
     CimProperty p;
@@ -134,6 +134,6 @@ protected:
     const CMPIBroker* mb = nullptr;
 };
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test
 
 #endif

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <cstdlib>
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 using EncapsulatedTest = BrokerFixture;
 
@@ -303,4 +303,4 @@ TEST_F(EncapsulatedTest, BrokerIdentifiesItselfAndRefusesWhatItDoesNotServe) {
     free(name);
 }
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test

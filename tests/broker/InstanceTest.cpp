@@ -5,7 +5,7 @@
 
 #include <cctype>
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 using InstanceTest = BrokerFixture;
 
@@ -445,4 +445,4 @@ TEST_F(InstanceDefaultsTest, SetValuesAndPathKeysReplaceDefaultsAndClonesKeepThe
     EXPECT_EQ(text(CMGetKey(unnamed, "Id", nullptr).value.string), "unnamed");
 }
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test

@@ -2,12 +2,12 @@
 // objects made outside any call belong to the broker, and the memory functions follow scopes.
 #include "BrokerFixture.h"
 
-#include "host/CallArena.h"
-#include "host/HostObject.h"
-#include "host/HostString.h"
-#include "host/ObjectPool.h"
-#include "host/ScopeMemory.h"
-#include "host/StringTable.h"
+#include "host/broker/CallArena.h"
+#include "host/broker/HostObject.h"
+#include "host/broker/HostString.h"
+#include "host/broker/StringTable.h"
+#include "host/memory/ObjectPool.h"
+#include "host/memory/ScopeMemory.h"
 
 #include <cstdint>
 #include <cstring>
@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 using OwnershipTest = BrokerFixture;
 
@@ -401,4 +401,4 @@ TEST_F(OwnershipTest, StringHoldersOnTwoThreadsLeaveNoStringBehind) {
     EXPECT_EQ(StringTable::size(), before);
 }
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test

@@ -1,7 +1,7 @@
 // Object paths: key handling and their text in the two dialects.
 #include "BrokerFixture.h"
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 class PathTextTest : public BrokerFixture {
 protected:
@@ -170,4 +170,4 @@ TEST_F(PathTextTest, NamespaceAndHostCopyFromAnotherPath) {
     EXPECT_EQ(rc.rc, CMPI_RC_ERR_NOT_SUPPORTED);
 }
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test

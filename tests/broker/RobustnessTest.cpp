@@ -2,23 +2,23 @@
 // answers an error status instead.
 #include "BrokerFixture.h"
 
-#include "host/HostArgs.h"
-#include "host/HostArray.h"
-#include "host/HostContext.h"
-#include "host/HostDateTime.h"
-#include "host/HostEnumeration.h"
-#include "host/HostError.h"
-#include "host/HostInstance.h"
-#include "host/HostObjectPath.h"
-#include "host/HostString.h"
-#include "host/QueryTables.h"
-#include "host/ResultSink.h"
+#include "host/broker/HostArgs.h"
+#include "host/broker/HostArray.h"
+#include "host/broker/HostContext.h"
+#include "host/broker/HostDateTime.h"
+#include "host/broker/HostEnumeration.h"
+#include "host/broker/HostError.h"
+#include "host/broker/HostInstance.h"
+#include "host/broker/HostObjectPath.h"
+#include "host/broker/HostString.h"
+#include "host/broker/QueryTables.h"
+#include "host/broker/ResultSink.h"
 
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 using RobustnessTest = BrokerFixture;
 
@@ -229,4 +229,4 @@ TEST_F(RobustnessTest, ObjectsOfAnotherKindOrOriginAreNotTakenForTheHostsOwn) {
     EXPECT_EQ(CMAddArg(args, "x", &v, 0x7777).rc, CMPI_RC_ERR_INVALID_DATA_TYPE);
 }
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test

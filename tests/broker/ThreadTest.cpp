@@ -4,7 +4,7 @@
 #include <atomic>
 #include <thread>
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 using ThreadTest = BrokerFixture;
 
@@ -142,4 +142,4 @@ TEST_F(ThreadTest, OsServicesRunThreadsWithMutexesConditionsKeysAndOnce) {
     EXPECT_EQ(mb->xft->threadSleep(1), 0);
 }
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test

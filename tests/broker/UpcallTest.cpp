@@ -2,12 +2,12 @@
 // answered with copies that belong to the caller's scope.
 #include "BrokerFixture.h"
 
-#include "host/Dispatcher.h"
-#include "host/ResultSink.h"
+#include "host/broker/Dispatcher.h"
+#include "host/broker/ResultSink.h"
 
 #include <stdexcept>
 
-namespace NQORVA20::host::test {
+namespace diaghost::test {
 
 // Serves Test_Record from a list of instances, the way a provider does: inside its own scope,
 // returning what it makes through the sink's CMPIResult.
@@ -261,4 +261,4 @@ TEST_F(UpcallTest, ResultSinkCopiesWhatItIsGivenAndRecordsTheCallOrder) {
     EXPECT_FALSE(sink.done());
 }
 
-} // namespace NQORVA20::host::test
+} // namespace diaghost::test

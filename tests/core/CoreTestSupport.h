@@ -4,12 +4,12 @@
 #ifndef DIAGCORE_TESTS_CORE_CORETESTSUPPORT_H
 #define DIAGCORE_TESTS_CORE_CORETESTSUPPORT_H
 
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/ClassRepository.h"
-#include "host/LogSink.h"
-#include "host/PathDialect.h"
-#include "host/ResultSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/LogSink.h"
+#include "host/broker/ResultSink.h"
+#include "host/mof/ClassRepository.h"
+#include "host/text/PathDialect.h"
 
 #include <cmpift.h>
 
@@ -22,13 +22,13 @@
 
 namespace coretest {
 
-using NQORVA20::host::Broker;
-using NQORVA20::host::CallScope;
-using NQORVA20::host::ClassRepository;
-using NQORVA20::host::LogEntry;
-using NQORVA20::host::LogSink;
-using NQORVA20::host::PathDialect;
-using NQORVA20::host::ResultSink;
+using diaghost::Broker;
+using diaghost::CallScope;
+using diaghost::ClassRepository;
+using diaghost::LogEntry;
+using diaghost::LogSink;
+using diaghost::PathDialect;
+using diaghost::ResultSink;
 
 // Classes every core test may use. Tests that count instances use a class of their own.
 inline const char* coreMof() {
@@ -193,7 +193,7 @@ inline DialectBroker& dialectBroker(PathDialect dialect) {
 }
 
 inline std::string dialectSuffix(const testing::TestParamInfo<PathDialect>& info) {
-    return NQORVA20::host::dialectName(info.param);
+    return diaghost::dialectName(info.param);
 }
 
 // A unique key text so that tests sharing the process-wide registry never collide.

@@ -4,10 +4,10 @@
 #ifndef DIAGCORE_TESTS_CORE_FAKEDISPATCHER_H
 #define DIAGCORE_TESTS_CORE_FAKEDISPATCHER_H
 
-#include "host/Broker.h"
-#include "host/Dispatcher.h"
-#include "host/OtherThreadDispatcher.h"
-#include "host/ResultSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/Dispatcher.h"
+#include "host/broker/ResultSink.h"
+#include "host/providers/OtherThreadDispatcher.h"
 
 #include <cmpift.h>
 
@@ -17,12 +17,12 @@
 
 namespace coretest {
 
-using NQORVA20::host::Dispatcher;
-using NQORVA20::host::OperationStatus;
+using diaghost::Dispatcher;
+using diaghost::OperationStatus;
 
 class FakeDispatcher : public Dispatcher {
 public:
-    explicit FakeDispatcher(NQORVA20::host::Broker& broker) : broker_(broker), otherThread_(*this) {
+    explicit FakeDispatcher(diaghost::Broker& broker) : broker_(broker), otherThread_(*this) {
         broker_.setDispatcher(&otherThread_);
     }
     ~FakeDispatcher() override {
@@ -38,7 +38,7 @@ public:
     int enumerations = 0;
 
     OperationStatus enumerateInstances(const CMPIContext*, const CMPIObjectPath* op, const char**,
-                                       NQORVA20::host::ResultSink& out) override {
+                                       diaghost::ResultSink& out) override {
         ++enumerations;
         CMPIString* cls = op->ft->getClassName(op, nullptr);
         auto it = served_.find(cls->ft->getCharPtr(cls, nullptr));
@@ -49,56 +49,56 @@ public:
         return OperationStatus::make(CMPI_RC_OK);
     }
     OperationStatus enumerateInstanceNames(const CMPIContext*, const CMPIObjectPath*,
-                                           NQORVA20::host::ResultSink&) override {
+                                           diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus getInstance(const CMPIContext*, const CMPIObjectPath*, const char**,
-                                NQORVA20::host::ResultSink&) override {
+                                diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus createInstance(const CMPIContext*, const CMPIObjectPath*, const CMPIInstance*,
-                                   NQORVA20::host::ResultSink&) override {
+                                   diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus modifyInstance(const CMPIContext*, const CMPIObjectPath*, const CMPIInstance*,
-                                   const char**, NQORVA20::host::ResultSink&) override {
+                                   const char**, diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus deleteInstance(const CMPIContext*, const CMPIObjectPath*,
-                                   NQORVA20::host::ResultSink&) override {
+                                   diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus execQuery(const CMPIContext*, const CMPIObjectPath*, const char*, const char*,
-                              NQORVA20::host::ResultSink&) override {
+                              diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus associators(const CMPIContext*, const CMPIObjectPath*, const char*, const char*,
                                 const char*, const char*, const char**,
-                                NQORVA20::host::ResultSink&) override {
+                                diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus associatorNames(const CMPIContext*, const CMPIObjectPath*, const char*,
                                     const char*, const char*, const char*,
-                                    NQORVA20::host::ResultSink&) override {
+                                    diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus references(const CMPIContext*, const CMPIObjectPath*, const char*, const char*,
-                               const char**, NQORVA20::host::ResultSink&) override {
+                               const char**, diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus referenceNames(const CMPIContext*, const CMPIObjectPath*, const char*,
-                                   const char*, NQORVA20::host::ResultSink&) override {
+                                   const char*, diaghost::ResultSink&) override {
         return no();
     }
     OperationStatus invokeMethod(const CMPIContext*, const CMPIObjectPath*, const char*,
-                                 const CMPIArgs*, CMPIArgs*, NQORVA20::host::ResultSink&) override {
+                                 const CMPIArgs*, CMPIArgs*, diaghost::ResultSink&) override {
         return no();
     }
 
 private:
     static OperationStatus no() { return OperationStatus::make(CMPI_RC_ERR_NOT_SUPPORTED); }
-    NQORVA20::host::Broker& broker_;
-    NQORVA20::host::OtherThreadDispatcher otherThread_;
+    diaghost::Broker& broker_;
+    diaghost::OtherThreadDispatcher otherThread_;
     std::map<std::string, std::vector<CMPIInstance*>> served_;
 };
 

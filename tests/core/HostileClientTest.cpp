@@ -61,7 +61,7 @@ TEST_P(HostileClientTest, LookupsThatMissKeepNothing) {
 #else
     const std::string big(3000, 'k');
     auto miss = [&](int i) {
-        NQORVA20::host::CallScope scope(host());
+        diaghost::CallScope scope(host());
         Keys other = keys;
         other.back().second = big + std::to_string(i);
         EXPECT_EQ(found(path("Core_DiagService", other)), nullptr);

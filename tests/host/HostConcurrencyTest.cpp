@@ -1,7 +1,7 @@
 // Several threads calling the host at once: first use, mixed operations, unloading meanwhile.
 #include "HostTestSupport.h"
 
-#include "host/ProviderManager.h"
+#include "host/providers/ProviderManager.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // Client operations of the Host routed to the test providers loaded from a registration file.
 #include "HostTestSupport.h"
 
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/LogSink.h"
-#include "host/ProviderManager.h"
-#include "host/ResultSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/LogSink.h"
+#include "host/broker/ResultSink.h"
+#include "host/providers/ProviderManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,8 +13,8 @@
 #include <cmpimacs.h>
 
 using namespace hosttest;
-using NQORVA20::host::CallScope;
-using NQORVA20::host::ProviderRegistration;
+using diaghost::CallScope;
+using diaghost::ProviderRegistration;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -291,7 +291,7 @@ TEST_F(HostOperationsTest, PathWithoutNamespaceTakesTheContextNamespace) {
     const CMPIBroker* mb = host->broker().cmpi();
     CMPIObjectPath* op = CMNewObjectPath(mb, nullptr, "Test_Element", nullptr);
     CMAddKey(op, "Name", "alpha", CMPI_chars);
-    NQORVA20::host::ResultSink sink(host->broker());
+    diaghost::ResultSink sink(host->broker());
     auto status =
         host->providers().getInstance(host->broker().newContext("root/cimv2"), op, nullptr, sink);
     ASSERT_TRUE(status.ok()) << status.message;

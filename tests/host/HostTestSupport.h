@@ -4,7 +4,7 @@
 #define DIAGCORE_TESTS_HOST_HOSTTESTSUPPORT_H
 
 #include "host/Host.h"
-#include "host/PathDialect.h"
+#include "host/text/PathDialect.h"
 
 #include <cmpift.h>
 
@@ -17,9 +17,9 @@
 
 namespace hosttest {
 
-using NQORVA20::host::Host;
-using NQORVA20::host::OperationResult;
-using NQORVA20::host::PathDialect;
+using diaghost::Host;
+using diaghost::OperationResult;
+using diaghost::PathDialect;
 
 inline std::string dataFile(const std::string& name) {
     return std::string(DIAGHOST_TEST_DATA_DIR) + "/" + name;

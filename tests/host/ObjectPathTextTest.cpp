@@ -1,9 +1,10 @@
 // Parsing DMTF object path text, and making typed CMPIObjectPaths from it.
 #include "HostTestSupport.h"
 
-#include "host/CallScope.h"
-#include "host/CimValueCodec.h"
-#include "host/ObjectPathText.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/CimValueCodec.h"
+#include "host/text/LiteralText.h"
+#include "host/text/ObjectPathText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,11 +14,11 @@
 #include <random>
 
 using namespace hosttest;
-using NQORVA20::host::CallScope;
-using NQORVA20::host::CimValueCodec;
-using NQORVA20::host::MofValue;
-using NQORVA20::host::ObjectPathError;
-using NQORVA20::host::ObjectPathText;
+using diaghost::CallScope;
+using diaghost::LiteralText;
+using diaghost::MofValue;
+using diaghost::ObjectPathError;
+using diaghost::ObjectPathText;
 using testing::HasSubstr;
 
 namespace {
@@ -55,17 +56,17 @@ TEST_F(ObjectPathTextTest, ParsesHostNamespaceClassAndTypedKeys) {
 
     bool negative = false;
     unsigned long long magnitude = 0;
-    ASSERT_TRUE(CimValueCodec::parseInteger(key(p, 1).text, negative, magnitude));
+    ASSERT_TRUE(LiteralText::parseInteger(key(p, 1).text, negative, magnitude));
     EXPECT_EQ(magnitude, 31u);
-    ASSERT_TRUE(CimValueCodec::parseInteger(key(p, 2).text, negative, magnitude));
+    ASSERT_TRUE(LiteralText::parseInteger(key(p, 2).text, negative, magnitude));
     EXPECT_EQ(magnitude, 5u);
-    ASSERT_TRUE(CimValueCodec::parseInteger(key(p, 3).text, negative, magnitude));
+    ASSERT_TRUE(LiteralText::parseInteger(key(p, 3).text, negative, magnitude));
     EXPECT_TRUE(negative);
     EXPECT_EQ(magnitude, 12u);
-    ASSERT_TRUE(CimValueCodec::parseInteger(key(p, 4).text, negative, magnitude));
+    ASSERT_TRUE(LiteralText::parseInteger(key(p, 4).text, negative, magnitude));
     EXPECT_EQ(magnitude, 15u);
-    EXPECT_FALSE(CimValueCodec::parseInteger("18446744073709551616", negative, magnitude));
-    EXPECT_TRUE(CimValueCodec::parseInteger("18446744073709551615", negative, magnitude));
+    EXPECT_FALSE(LiteralText::parseInteger("18446744073709551616", negative, magnitude));
+    EXPECT_TRUE(LiteralText::parseInteger("18446744073709551615", negative, magnitude));
 
     auto bare = ObjectPathText::parse("Test_Element");
     EXPECT_TRUE(bare.nameSpace.empty());

@@ -1,15 +1,15 @@
 // Loading, idle unloading, reloading and shutting down provider libraries.
 #include "HostTestSupport.h"
 
-#include "host/LogSink.h"
-#include "host/ProviderManager.h"
-#include "host/ProviderRegistration.h"
+#include "host/broker/LogSink.h"
+#include "host/providers/ProviderManager.h"
+#include "host/providers/ProviderRegistration.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using namespace hosttest;
-using NQORVA20::host::ProviderRegistration;
+using diaghost::ProviderRegistration;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

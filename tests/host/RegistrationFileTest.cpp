@@ -1,15 +1,15 @@
 // Reading provider registration files and adding them to the provider manager.
 #include "HostTestSupport.h"
 
-#include "host/ProviderManager.h"
-#include "host/ProviderRegistration.h"
+#include "host/providers/ProviderManager.h"
+#include "host/providers/ProviderRegistration.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using namespace hosttest;
-using NQORVA20::host::ProviderRegistration;
-using NQORVA20::host::RegistrationError;
+using diaghost::ProviderRegistration;
+using diaghost::RegistrationError;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

@@ -1,14 +1,14 @@
 // The repository's queries over loaded classes: hierarchy walks, namespaces, pre-resolved
 // classes, redefinition, and reads running alongside a load.
-#include "host/ClassRepository.h"
-#include "host/CimTypeCodes.h"
+#include "host/mof/ClassRepository.h"
+#include "host/mof/CimTypeCodes.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 
 namespace {
 

@@ -1,13 +1,13 @@
 // The MOF reader on small texts: what each construct becomes in the repository, and the errors
 // it reports for malformed input.
-#include "host/ClassRepository.h"
+#include "host/mof/ClassRepository.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 
 namespace {
 

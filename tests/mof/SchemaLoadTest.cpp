@@ -1,6 +1,6 @@
 // The full DMTF schema, as shipped in the shared test data, loads and keeps the facts the
 // diagnostics model relies on.
-#include "host/ClassRepository.h"
+#include "host/mof/ClassRepository.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <iostream>
 #include <set>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 
 namespace {
 

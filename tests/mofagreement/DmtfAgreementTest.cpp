@@ -3,8 +3,8 @@
 // signatures for the methods it keeps. Skipped when the shared schema is not there.
 #include "MofAgreementFiles.h"
 
-#include "host/CimNames.h"
-#include "host/ClassRepository.h"
+#include "host/mof/CimNames.h"
+#include "host/mof/ClassRepository.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 #include <memory>
 #include <set>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 using namespace mofagreement;
 
 namespace {

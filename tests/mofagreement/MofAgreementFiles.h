@@ -3,8 +3,8 @@
 #ifndef DIAGCORE_TESTS_MOFAGREEMENT_MOFAGREEMENTFILES_H
 #define DIAGCORE_TESTS_MOFAGREEMENT_MOFAGREEMENTFILES_H
 
-#include "host/CimClass.h"
-#include "host/CimTypeCodes.h"
+#include "host/mof/CimClass.h"
+#include "host/mof/CimTypeCodes.h"
 
 #include <string>
 
@@ -22,8 +22,8 @@ inline const char* const kCimv2 = "root/cimv2";
 inline const char* const kInterop = "root/PG_InterOp";
 
 // "uint16", "string[]", "CIM_Log REF": the type as MOF writes it, reference class included.
-inline std::string typeText(NQORVA20::host::CimTypeCode type, const std::string& refClass) {
-    using namespace NQORVA20::host;
+inline std::string typeText(diaghost::CimTypeCode type, const std::string& refClass) {
+    using namespace diaghost;
     CimTypeCode t = cimtype::elementType(type);
     std::string text = t == cimtype::ref ? refClass + " REF" : "code " + std::to_string(t);
     static const std::pair<CimTypeCode, const char*> names[] = {
@@ -40,7 +40,7 @@ inline std::string typeText(NQORVA20::host::CimTypeCode type, const std::string&
     return cimtype::isArray(type) ? text + "[]" : text;
 }
 
-inline std::string typeText(const NQORVA20::host::CimProperty& p) {
+inline std::string typeText(const diaghost::CimProperty& p) {
     return typeText(p.type, p.refClass);
 }
 

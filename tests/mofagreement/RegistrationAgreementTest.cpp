@@ -3,9 +3,9 @@
 // operation the class needs, and both must say the same thing class by class.
 #include "MofAgreementFiles.h"
 
-#include "host/CimNames.h"
-#include "host/ClassRepository.h"
-#include "host/ProviderRegistration.h"
+#include "host/mof/CimNames.h"
+#include "host/mof/ClassRepository.h"
+#include "host/providers/ProviderRegistration.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 #include <set>
 #include <tuple>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 using namespace mofagreement;
 
 namespace {

@@ -3,10 +3,10 @@
 // was seen to give. Skipped when the shared schema is not there.
 #include "MofAgreementFiles.h"
 
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/ClassRepository.h"
-#include "host/LogSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/LogSink.h"
+#include "host/mof/ClassRepository.h"
 
 #include <cmpimacs.h>
 
@@ -16,7 +16,7 @@
 #include <filesystem>
 #include <memory>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 using namespace mofagreement;
 
 namespace {

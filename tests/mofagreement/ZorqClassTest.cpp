@@ -4,8 +4,8 @@
 // manager makes: declared qualifiers, references to existing classes and only in associations.
 #include "MofAgreementFiles.h"
 
-#include "host/CimNames.h"
-#include "host/ClassRepository.h"
+#include "host/mof/CimNames.h"
+#include "host/mof/ClassRepository.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@
 #include <set>
 #include <sstream>
 
-using namespace NQORVA20::host;
+using namespace diaghost;
 using namespace mofagreement;
 
 namespace {

@@ -3,7 +3,7 @@
 // records the runs leave behind.
 #include "ProviderTestSupport.h"
 
-#include "host/CallScope.h"
+#include "host/broker/CallScope.h"
 
 #include <cmpift.h>
 #include <gtest/gtest.h>
@@ -116,7 +116,7 @@ TEST_F(FileSystemDiagnosticsTest, ConcurrentProbesOfOneMountAllPassAndLeaveNothi
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 5; ++i) {
-                NQORVA20::host::CallScope scope(host.broker());
+                diaghost::CallScope scope(host.broker());
                 CMPIData element{};
                 element.type = CMPI_ref;
                 element.value.ref = host.parsePath(fileSystemPath(fake.mountPoint("rw")));

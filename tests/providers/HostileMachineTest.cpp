@@ -10,7 +10,7 @@
 #include "providers/filesystem/FSWriteProbeService.h"
 #include "providers/filesystem/MountedFileSystems.h"
 
-#include "host/LogSink.h"
+#include "host/broker/LogSink.h"
 
 #include <cmpift.h>
 #include <gtest/gtest.h>
@@ -153,7 +153,7 @@ void unquotableNamesScenario() {
     check(ports == std::vector<std::string>{"eth0"}, "only eth0 is published");
 
     std::vector<std::string> warnings;
-    for (const NQORVA20::host::LogEntry& entry : host.log().entries())
+    for (const diaghost::LogEntry& entry : host.log().entries())
         if (entry.id == "zorq" && entry.severity == 3)
             warnings.push_back(entry.text);
     auto warnedOnce = [&](const std::string& element) {

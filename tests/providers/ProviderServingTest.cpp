@@ -3,9 +3,9 @@
 // how they answer the object manager's cleanup offers.
 #include "ProviderTestSupport.h"
 
-#include "host/Broker.h"
-#include "host/ClassRepository.h"
-#include "host/ProviderManager.h"
+#include "host/broker/Broker.h"
+#include "host/mof/ClassRepository.h"
+#include "host/providers/ProviderManager.h"
 
 #include <cmpift.h>
 #include <gtest/gtest.h>
@@ -326,7 +326,7 @@ void realTablesScenario() {
 // and the element lookup must not depend on the dialect.
 void sfcbDialectScenario() {
     FakeSystem& fake = FakeSystem::instance();
-    auto host = makeHost(NQORVA20::host::PathDialect::Sfcb);
+    auto host = makeHost(diaghost::PathDialect::Sfcb);
     auto check = [](bool ok, const std::string& what) {
         if (!ok) {
             std::cerr << "FAILED: " << what << std::endl;

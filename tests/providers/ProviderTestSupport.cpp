@@ -1,6 +1,6 @@
 #include "ProviderTestSupport.h"
 
-#include "host/CallScope.h"
+#include "host/broker/CallScope.h"
 
 #include <cmpift.h>
 
@@ -178,7 +178,7 @@ ScopedEnvironment::~ScopedEnvironment() {
         ::unsetenv(name_.c_str());
 }
 
-std::unique_ptr<Host> makeHost(NQORVA20::host::PathDialect dialect) {
+std::unique_ptr<Host> makeHost(diaghost::PathDialect dialect) {
     Host::Options options;
     options.dialect = dialect;
     // As harsh as the real object managers: upcalls answered on another thread, enumerations
@@ -221,7 +221,7 @@ Properties propertiesOf(Host& host, const CMPIInstance* instance) {
     Properties properties;
     if (instance == nullptr || instance->ft == nullptr)
         return properties;
-    NQORVA20::host::CallScope scope(host.broker());
+    diaghost::CallScope scope(host.broker());
     const CMPICount count = instance->ft->getPropertyCount(instance, nullptr);
     for (CMPICount i = 0; i < count; ++i) {
         CMPIString* name = nullptr;
@@ -289,7 +289,7 @@ RunOutcome runDiagnostic(Host& host, const std::string& serviceClass,
         outcome.status = "no " + serviceClass + " named " + serviceName;
         return outcome;
     }
-    NQORVA20::host::CallScope scope(host.broker());
+    diaghost::CallScope scope(host.broker());
     CMPIObjectPath* element = nullptr;
     try {
         element = host.parsePath(elementPath);

@@ -17,7 +17,7 @@
 
 namespace zorqtest {
 
-using NQORVA20::host::Host;
+using diaghost::Host;
 using Properties = std::map<std::string, std::string>;
 
 // A folder of its own under the temporary folder, removed with everything in it at exit.
@@ -66,8 +66,7 @@ private:
 
 // A host with the real MOF and registrations and the build tree's provider folder, serving
 // upcalls on another thread and in the broker's strict mode.
-std::unique_ptr<Host>
-makeHost(NQORVA20::host::PathDialect dialect = NQORVA20::host::PathDialect::Pegasus);
+std::unique_ptr<Host> makeHost(diaghost::PathDialect dialect = diaghost::PathDialect::Pegasus);
 // The process's host, serving the providers started on FakeSystem.
 Host& sharedHost();
 

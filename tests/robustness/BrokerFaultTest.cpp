@@ -3,9 +3,9 @@
 // and once the broker works again every answer is what it was before.
 #include "RobustnessSupport.h"
 
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/FaultInjector.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/testing/FaultInjector.h"
 
 #include <cmpift.h>
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@
 namespace {
 
 using namespace robusttest;
-using NQORVA20::host::FaultInjector;
+using diaghost::FaultInjector;
 using Function = FaultInjector::Function;
 
 const std::initializer_list<Function> everyFunction = {
@@ -48,10 +48,13 @@ struct Snapshot {
 
 class BrokerFaultTest : public ::testing::Test {
 protected:
-    void SetUp() override { targets = serviceTargets(host); }
-    void TearDown() override { faults().disarm(); }
+    void SetUp() override {
+        targets = serviceTargets(host);
+        host.broker().setFaultHook(&injector);
+    }
+    void TearDown() override { host.broker().setFaultHook(nullptr); }
 
-    FaultInjector& faults() { return host.broker().faults(); }
+    FaultInjector& faults() { return injector; }
 
     // Every operation the services serve, once per service; each answer must be acceptable.
     void exerciseEverything() {
@@ -73,7 +76,7 @@ protected:
 
     void check(const OperationResult& result) {
         EXPECT_TRUE(acceptable(result))
-            << NQORVA20::host::rcName(result.status.rc) << ": " << result.status.message;
+            << diaghost::rcName(result.status.rc) << ": " << result.status.message;
     }
 
     Snapshot snapshot() {
@@ -90,6 +93,7 @@ protected:
 
     Host& host = zorqtest::sharedHost();
     std::vector<ServiceTarget> targets;
+    FaultInjector injector;
 };
 
 TEST_F(BrokerFaultTest, EveryNthFailureOfEveryFunctionAnswersStatusesNotCrashes) {
@@ -117,7 +121,7 @@ TEST_F(BrokerFaultTest, SeededRandomFailuresAnswerStatusesNotCrashes) {
 TEST_F(BrokerFaultTest, EachFunctionFailingAloneIsSurvived) {
     for (Function f : everyFunction) {
         for (unsigned int n : {1u, 2u, 3u}) {
-            SCOPED_TRACE(std::string(FaultInjector::name(f)) + " every " + std::to_string(n));
+            SCOPED_TRACE(std::string(diaghost::FaultHook::name(f)) + " every " + std::to_string(n));
             faults().failEvery(n, {f});
             exerciseEverything();
             faults().disarm();
@@ -127,7 +131,7 @@ TEST_F(BrokerFaultTest, EachFunctionFailingAloneIsSurvived) {
 
 TEST_F(BrokerFaultTest, RunWhoseRecordCannotBeMadeFailsWithAMessageAndPublishesNothing) {
     for (Function f : {Function::NewInstance, Function::Clone}) {
-        SCOPED_TRACE(FaultInjector::name(f));
+        SCOPED_TRACE(diaghost::FaultHook::name(f));
         const ServiceTarget& target = targets.front();
         const std::size_t before = servedCount(target.recordClass);
         faults().failEvery(1, {f});
@@ -141,13 +145,13 @@ TEST_F(BrokerFaultTest, RunWhoseRecordCannotBeMadeFailsWithAMessageAndPublishesN
 }
 
 TEST_F(BrokerFaultTest, MissingGetInstanceStillFailsWhenTheMessageCannotBeMade) {
-    NQORVA20::host::CallScope scope(host.broker());
+    diaghost::CallScope scope(host.broker());
     const CMPIObjectPath* unknown = host.parsePath(unknownServicePath(targets.front()));
     faults().failEvery(1, {Function::NewString});
     OperationResult result = host.getInstance(unknown);
     faults().disarm();
     EXPECT_TRUE(result.status.rc == CMPI_RC_ERR_FAILED || result.status.rc == CMPI_RC_ERR_NOT_FOUND)
-        << NQORVA20::host::rcName(result.status.rc);
+        << diaghost::rcName(result.status.rc);
 }
 
 TEST_F(BrokerFaultTest, AnswersAfterTheFaultsAreTheAnswersBefore) {
@@ -176,12 +180,14 @@ TEST(BrokerFaultStartUpTest, StartUpUnderFailingBrokerNeverCrashes) {
             // A fresh object manager in the child: its providers have not started yet.
             zorqtest::FakeSystem::instance();
             auto fresh = zorqtest::makeHost();
-            fresh->broker().faults().failAtRandom(0.2, 7, everyFunction);
+            FaultInjector injector;
+            fresh->broker().setFaultHook(&injector);
+            injector.failAtRandom(0.2, 7, everyFunction);
             for (const char* cls :
                  {"ZORQ_ComputerSystem", "ZORQ_FSDiagService", "ZORQ_NetDiagService",
                   "ZORQ_FSAvailableDiagService", "ZORQ_NetDiagLog"})
                 fresh->enumerateInstances("root/cimv2", cls);
-            fresh->broker().faults().disarm();
+            injector.disarm();
             const bool served = fresh->enumerateInstances("root/cimv2", "ZORQ_FSDiagService").ok();
             std::_Exit(served ? 0 : 1);
         },

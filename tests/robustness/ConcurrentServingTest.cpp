@@ -3,7 +3,7 @@
 // long variant). Nothing fails, nothing hangs, and every run leaves exactly one record.
 #include "RobustnessSupport.h"
 
-#include "host/LogSink.h"
+#include "host/broker/LogSink.h"
 
 #include <cmpift.h>
 #include <gtest/gtest.h>

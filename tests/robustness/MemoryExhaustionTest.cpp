@@ -4,9 +4,9 @@
 #include "ThrowingAllocator.h"
 
 #include "entry/DiagServiceProviderCommon.h"
-#include "host/Broker.h"
-#include "host/CallScope.h"
-#include "host/ResultSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/ResultSink.h"
 
 #include <cmpift.h>
 #include <gtest/gtest.h>
@@ -17,8 +17,8 @@
 namespace {
 
 using namespace robusttest;
-using NQORVA20::host::CallScope;
-using NQORVA20::host::ResultSink;
+using diaghost::CallScope;
+using diaghost::ResultSink;
 
 using EntryCall = std::function<CMPIStatus(const CMPIContext*, const CMPIResult*)>;
 

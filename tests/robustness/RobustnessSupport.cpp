@@ -1,6 +1,6 @@
 #include "RobustnessSupport.h"
 
-#include "host/CallScope.h"
+#include "host/broker/CallScope.h"
 #include "instance/InstanceRegistry.h"
 
 #include <cmpift.h>
@@ -64,7 +64,7 @@ std::string unknownServicePath(const ServiceTarget& target) {
 }
 
 OperationResult runOnce(Host& host, const ServiceTarget& target) {
-    NQORVA20::host::CallScope scope(host.broker());
+    diaghost::CallScope scope(host.broker());
     CMPIData element{};
     element.type = CMPI_ref;
     element.state = CMPI_goodValue;

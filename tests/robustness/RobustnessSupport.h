@@ -14,8 +14,8 @@
 
 namespace robusttest {
 
-using NQORVA20::host::Host;
-using NQORVA20::host::OperationResult;
+using diaghost::Host;
+using diaghost::OperationResult;
 
 struct ServiceTarget {
     std::string serviceClass;

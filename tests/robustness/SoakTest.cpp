@@ -3,9 +3,9 @@
 // 200,000 runs; the default run a few thousand.
 #include "RobustnessSupport.h"
 
-#include "host/Broker.h"
-#include "host/CallArena.h"
-#include "host/LogSink.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallArena.h"
+#include "host/broker/LogSink.h"
 
 #include <cmpift.h>
 #include <gtest/gtest.h>

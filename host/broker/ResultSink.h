@@ -1,0 +1,57 @@
+// A CMPIResult that keeps its own copies of everything returned on it, and the order of the
+// calls made on it. What it holds lives until the sink is cleared or destroyed.
+#ifndef DIAGHOST_BROKER_RESULTSINK_H
+#define DIAGHOST_BROKER_RESULTSINK_H
+
+#include <cmpidt.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace diaghost {
+
+class Broker;
+
+class ResultSink {
+public:
+    enum class Call { Data, Instance, ObjectPath, Done, Error };
+
+    explicit ResultSink(Broker& broker);
+    ~ResultSink();
+    ResultSink(const ResultSink&) = delete;
+    ResultSink& operator=(const ResultSink&) = delete;
+
+    // The CMPIResult to hand to a provider; its calls land in this sink.
+    CMPIResult* cmpi();
+
+    const std::vector<Call>& calls() const;
+    // Copies (clones owned by the sink) in the order returned.
+    const std::vector<CMPIInstance*>& instances() const;
+    const std::vector<CMPIObjectPath*>& paths() const;
+    // Copies of returned data; strings, arrays and other objects in them are owned by the sink.
+    const std::vector<CMPIData>& data() const;
+    const std::vector<CMPIError*>& errors() const;
+    bool done() const;
+    void clear();
+
+    // The property list of the request this sink answers (none: every property). Under a strict
+    // broker, returnInstance filters the instance it is given in place to that list before it
+    // takes its copy, as an object manager that edits and keeps the instances it is handed
+    // does; a provider that hands over an instance it keeps then sees the change.
+    void setRequestProperties(const char** properties);
+    void setRequestProperties(const ResultSink& from);
+
+    // Hands over the instance (path) copies: from now on the caller owns each of them and must
+    // release it. The sink's list is left empty.
+    std::vector<CMPIInstance*> takeInstances();
+    std::vector<CMPIObjectPath*> takePaths();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace diaghost
+
+#endif

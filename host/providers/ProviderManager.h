@@ -1,0 +1,203 @@
+// The host's provider manager: keeps the provider registrations, loads provider libraries on first
+// use, and routes every operation on a class to the provider registered for it (the class's own,
+// else the nearest registered ancestor's), or to the MOF's static instances when none is. It is
+// the broker's Dispatcher, so providers' upcalls are routed the same way.
+//
+// Enumerations and queries are polymorphic: the class and each subclass with its own registration
+// are asked, each under its own class name. Association operations ask the association providers
+// of the given association class and its subclasses, or every association provider of the
+// namespace when no class is given. Each provider call runs inside a CallScope with a fresh
+// context naming the namespace; what it returns is copied into the caller's sink and its status
+// (code and message) reaches the caller unchanged.
+//
+// Lifecycle: unloadIdleProviders() offers each idle library an unload (cleanup with terminating
+// false) and closes those whose MIs all agree; shutdown() cleans every MI up with terminating
+// true and closes every library. A library is never unloaded while one of its calls runs. The
+// manager's tables are guarded by one mutex that is never held while provider code runs.
+#ifndef DIAGHOST_PROVIDERS_PROVIDERMANAGER_H
+#define DIAGHOST_PROVIDERS_PROVIDERMANAGER_H
+
+#include "host/broker/Dispatcher.h"
+#include "host/providers/LoadedProvider.h"
+#include "host/providers/ProviderRegistration.h"
+#include "host/providers/StaticInstanceProvider.h"
+
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace diaghost {
+
+class Broker;
+class ClassRepository;
+class LogSink;
+
+class ProviderManager : public Dispatcher {
+public:
+    // Becomes the broker's dispatcher; the broker, its repository and the log must outlive it.
+    ProviderManager(Broker& broker, LogSink& log);
+    // shutdown(), then stops being the broker's dispatcher.
+    ~ProviderManager() override;
+    ProviderManager(const ProviderManager&) = delete;
+    ProviderManager& operator=(const ProviderManager&) = delete;
+
+    // Folders searched, in order, for lib<location>.so.
+    void addProviderDir(const std::string& dir);
+    std::vector<std::string> providerPath() const;
+
+    // Reads a registration file and adds every section of it, or none when any is wrong.
+    // Throws RegistrationError, also for a class registered twice for the same kind of MI in
+    // one namespace or a provider name given two different locations.
+    void loadRegistrations(const std::string& path);
+    void addRegistrations(const std::vector<ProviderRegistration>& regs);
+    std::vector<ProviderRegistration> registrations() const;
+    // What serves className's MIs of `type` in ns: its own registration, else the nearest
+    // registered ancestor's; nothing when none.
+    std::optional<ProviderRegistration> providerFor(const std::string& ns,
+                                                    const std::string& className,
+                                                    ProviderRegistration::Type type) const;
+
+    // Offers every idle loaded library an unload; answers how many were unloaded.
+    std::size_t unloadIdleProviders();
+    // Waits for running calls, cleans every MI up (terminating true) and closes every library.
+    // Later provider calls fail. Refused (logged) from inside a provider call.
+    void shutdown();
+    bool isShutDown() const;
+
+    bool isLoaded(const std::string& location) const;
+    std::vector<std::string> loadedLibraries() const;
+    // How often the library has been opened so far (a reload after an unload counts again).
+    unsigned openCount(const std::string& location) const;
+
+    OperationStatus enumerateInstanceNames(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                           ResultSink& out) override;
+    OperationStatus enumerateInstances(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                       const char** properties, ResultSink& out) override;
+    OperationStatus getInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                const char** properties, ResultSink& out) override;
+    OperationStatus createInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                   const CMPIInstance* inst, ResultSink& out) override;
+    OperationStatus modifyInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                   const CMPIInstance* inst, const char** properties,
+                                   ResultSink& out) override;
+    OperationStatus deleteInstance(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                   ResultSink& out) override;
+    OperationStatus execQuery(const CMPIContext* ctx, const CMPIObjectPath* op, const char* query,
+                              const char* language, ResultSink& out) override;
+    OperationStatus associators(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                const char* assocClass, const char* resultClass, const char* role,
+                                const char* resultRole, const char** properties,
+                                ResultSink& out) override;
+    OperationStatus associatorNames(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                    const char* assocClass, const char* resultClass,
+                                    const char* role, const char* resultRole,
+                                    ResultSink& out) override;
+    OperationStatus references(const CMPIContext* ctx, const CMPIObjectPath* op,
+                               const char* resultClass, const char* role, const char** properties,
+                               ResultSink& out) override;
+    OperationStatus referenceNames(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                   const char* resultClass, const char* role,
+                                   ResultSink& out) override;
+    OperationStatus invokeMethod(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                 const char* method, const CMPIArgs* in, CMPIArgs* out,
+                                 ResultSink& result) override;
+
+private:
+    using MiKind = LoadedProvider::MiKind;
+
+    // One class to ask in an operation: through a provider, or from the static instances.
+    struct Step {
+        const ProviderRegistration* provider = nullptr; // null: the static instances
+        std::string className;
+    };
+    // What an operation is about: its namespace and class.
+    struct Target {
+        std::string ns;
+        std::string className;
+        // The operation's path, carrying the namespace (a copy in the routing scope when the
+        // caller's path named none and the namespace came from the context).
+        const CMPIObjectPath* path = nullptr;
+    };
+    OperationStatus resolve(const CMPIContext* ctx, const CMPIObjectPath* op, Target& target) const;
+    // Runs an operation body, turning any exception into CMPI_RC_ERR_FAILED: the dispatcher is
+    // called from the broker's C function tables.
+    template <class Body>
+    OperationStatus shielded(const char* operation, Body&& body);
+    // The frame of every client operation: exceptions shielded, one call scope for the routing,
+    // the path resolved; then body(target).
+    template <class Body>
+    OperationStatus routed(const char* operation, const CMPIContext* ctx, const CMPIObjectPath* op,
+                           Body&& body);
+    // Calls `call(mi, ctx, result)` on the instance MI of a registration and closes the result.
+    template <class Call>
+    OperationStatus callInstanceProvider(const ProviderRegistration& reg, const Target& target,
+                                         const CMPIContext* ctx, ResultSink& out, Call&& call);
+    // The same for the instance provider registered for the target's own class;
+    // CMPI_RC_ERR_NOT_SUPPORTED ("no provider <verb> instances of <class>") when there is none.
+    // Calls `call(mi, ctx, result, classPath)` on the instance provider of an enumeration step,
+    // classPath naming the step's class in the target's namespace.
+    template <class Call>
+    OperationStatus onStepClass(const Step& step, const Target& target, const CMPIContext* ctx,
+                                ResultSink& out, Call&& call);
+    template <class Call>
+    OperationStatus ownInstanceProvider(const Target& target, const char* verb,
+                                        const CMPIContext* ctx, ResultSink& out, Call&& call);
+    std::vector<Step> enumerationSteps(const Target& target) const;
+    OperationStatus associationSteps(const std::string& ns, const char* assocClass,
+                                     std::vector<Step>& steps) const;
+    // These two need mutex_ held; registrations are never removed, so the pointers stay valid.
+    const ProviderRegistration* ownLocked(const std::string& ns, const std::string& className,
+                                          ProviderRegistration::Type type) const;
+    const ProviderRegistration* findLocked(const std::string& ns, const std::string& className,
+                                           ProviderRegistration::Type type) const;
+    const ProviderRegistration* find(const std::string& ns, const std::string& className,
+                                     ProviderRegistration::Type type) const;
+
+    // Runs `call(mi, ctx, rslt)` on the provider's MI of `kind` inside a CallScope, copying
+    // what it returns into `out`.
+    template <class Call>
+    OperationStatus callProvider(const ProviderRegistration& reg, MiKind kind,
+                                 const std::string& ns, const CMPIContext* callerCtx,
+                                 ResultSink& out, Call&& call);
+    OperationStatus acquire(const ProviderRegistration& reg, MiKind kind, const std::string& ns,
+                            LoadedProvider*& library, void*& mi);
+    void release(LoadedProvider* library);
+    CMPIContext* contextFor(const std::string& ns, const CMPIContext* callerCtx);
+    LoadedProvider& libraryLocked(const std::string& location);
+    void unloadOne(const std::string& location, std::size_t& unloaded);
+    void logError(const std::string& text);
+
+    OperationStatus enumerate(const CMPIContext* ctx, const CMPIObjectPath* op,
+                              const char** properties, bool namesOnly, ResultSink& out);
+    OperationStatus referencesOf(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                 const char* resultClass, const char* role, const char** properties,
+                                 bool namesOnly, ResultSink& out);
+    OperationStatus associatorsOf(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                  const char* assocClass, const char* resultClass, const char* role,
+                                  const char* resultRole, const char** properties, bool namesOnly,
+                                  ResultSink& out);
+
+    Broker& broker_;
+    const ClassRepository& classes_;
+    LogSink& log_;
+    StaticInstanceProvider statics_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_; // a library's state, slots or calls in flight changed
+    std::vector<std::string> searchPath_;
+    std::deque<ProviderRegistration> registrations_;
+    // "ns\nclass" (lower case) -> indexes into registrations_
+    std::map<std::string, std::vector<std::size_t>> index_;
+    std::map<std::string, std::unique_ptr<LoadedProvider>> libraries_; // by location
+    bool shuttingDown_ = false;
+    bool shutDown_ = false;
+};
+
+} // namespace diaghost
+
+#endif
