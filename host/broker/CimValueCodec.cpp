@@ -121,7 +121,8 @@ CMPIData CimValueCodec::fromLiteral(Broker& broker, Kind kind, const std::string
     d.type = type;
     d.state = CMPI_goodValue;
     if (type & CMPI_ARRAY)
-        throw Error(std::string("a single ") + LiteralText::kindName(kind) + " value cannot be an array");
+        throw Error(std::string("a single ") + LiteralText::kindName(kind) +
+                    " value cannot be an array");
     if (kind == Kind::Null) {
         d.state = CMPI_nullValue;
         return d;
