@@ -228,6 +228,36 @@ void ResultSink::setRequestProperties(const ResultSink& from) {
     impl_->requestProperties = from.impl_->requestProperties;
 }
 
+namespace {
+
+template <class T>
+void moveAll(std::vector<T>& from, std::vector<T>& to) {
+    to.insert(to.end(), from.begin(), from.end());
+    from.clear();
+}
+
+} // namespace
+
+void ResultSink::takeFrom(ResultSink& from) {
+    Impl& to = *impl_;
+    Impl& src = *from.impl_;
+    // Room first, so that nothing moves unless everything can.
+    to.calls.reserve(to.calls.size() + src.calls.size());
+    to.instances.reserve(to.instances.size() + src.instances.size());
+    to.paths.reserve(to.paths.size() + src.paths.size());
+    to.data.reserve(to.data.size() + src.data.size());
+    to.errors.reserve(to.errors.size() + src.errors.size());
+    for (Call call : src.calls)
+        if (call != Call::Done)
+            to.calls.push_back(call);
+    src.calls.clear();
+    src.done = false;
+    moveAll(src.instances, to.instances);
+    moveAll(src.paths, to.paths);
+    moveAll(src.data, to.data);
+    moveAll(src.errors, to.errors);
+}
+
 std::vector<CMPIInstance*> ResultSink::takeInstances() {
     std::vector<CMPIInstance*> out;
     out.swap(impl_->instances);

@@ -42,6 +42,10 @@ public:
     void setRequestProperties(const char** properties);
     void setRequestProperties(const ResultSink& from);
 
+    // Moves everything `from` received, in the order received and without copying, to the end of
+    // this sink, except its Done; `from` is left empty.
+    void takeFrom(ResultSink& from);
+
     // Hands over the instance (path) copies: from now on the caller owns each of them and must
     // release it. The sink's list is left empty.
     std::vector<CMPIInstance*> takeInstances();

@@ -1,5 +1,7 @@
 #include "host/mof/MofParser.h"
 
+#include "host/mof/MofValueCheck.h"
+
 #include "host/mof/CimNames.h"
 #include "host/mof/CimTypeCodes.h"
 #include "host/mof/ClassRepository.h"
@@ -21,42 +23,6 @@ bool isOneOf(const std::string& word, std::initializer_list<const char*> words) 
         }
     }
     return false;
-}
-
-// True when text is exactly one UTF-8 encoded character.
-bool isSingleCharacter(const std::string& text) {
-    if (text.empty()) {
-        return false;
-    }
-    auto lead = static_cast<unsigned char>(text[0]);
-    std::size_t len = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    return text.size() == len;
-}
-
-// yyyymmddhhmmss.mmmmmmsutc for a point in time, ddddddddhhmmss.mmmmmm:000 for an interval;
-// '*' may stand for any digit.
-bool isDatetime(const std::string& s) {
-    if (s.size() != 25 || s[14] != '.' || (s[21] != '+' && s[21] != '-' && s[21] != ':')) {
-        return false;
-    }
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        if (i != 14 && i != 21 && !((s[i] >= '0' && s[i] <= '9') || s[i] == '*')) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool integerFits(const std::string& text, CimTypeCode type) {
-    bool negative = !text.empty() && text[0] == '-';
-    std::uint64_t magnitude = std::stoull(negative ? text.substr(1) : text);
-    int bits = cimtype::integerBits(type);
-    if (cimtype::isUnsigned(type)) {
-        std::uint64_t max = bits == 64 ? UINT64_MAX : (std::uint64_t{1} << bits) - 1;
-        return (!negative || magnitude == 0) && magnitude <= max;
-    }
-    std::uint64_t limit = std::uint64_t{1} << (bits - 1);
-    return negative ? magnitude <= limit : magnitude < limit;
 }
 
 } // namespace
@@ -600,71 +566,9 @@ void MofParser::parseElement(MofValue& value, std::vector<MofAliasUse>* uses,
 
 void MofParser::checkValue(MofValue& value, CimTypeCode type, const std::string& what,
                            int line) const {
-    if (!value.array && value.kind == Kind::Null) {
-        return;
-    }
-    if (value.array != cimtype::isArray(type)) {
-        failAt(line, what + " is " + cimtype::typeName(type) + "; it cannot take " +
-                         (value.array ? "an array value" : "a single value"));
-    }
-    CimTypeCode base = cimtype::elementType(type);
-    auto mismatch = [&] {
-        failAt(line, what + " is " + cimtype::typeName(type) + "; it cannot take " +
-                         (value.kind == Kind::Integer ? "an " : "a ") +
-                         LiteralText::kindName(value.kind) + " value");
-    };
-    bool empty = value.elements.empty();
-    if (base == cimtype::boolean) {
-        if (!empty && value.kind != Kind::Boolean) {
-            mismatch();
-        }
-        value.kind = Kind::Boolean;
-    } else if (base == cimtype::char16) {
-        if (!empty && value.kind != Kind::Char) {
-            if (value.kind != Kind::String) {
-                mismatch();
-            }
-            for (const std::string& e : value.elements) {
-                if (!isSingleCharacter(e)) {
-                    failAt(line, what + " is char16; \"" + e + "\" is not one character");
-                }
-            }
-        }
-        value.kind = Kind::Char;
-    } else if (base == cimtype::string || base == cimtype::datetime) {
-        if (!empty && value.kind != Kind::String && value.kind != Kind::Char) {
-            mismatch();
-        }
-        if (base == cimtype::datetime) {
-            for (const std::string& e : value.elements) {
-                if (!isDatetime(e)) {
-                    failAt(line, what + " is datetime; \"" + e + "\" is not a date-time");
-                }
-            }
-        }
-        value.kind = Kind::String;
-    } else if (cimtype::isInteger(base)) {
-        if (!empty && value.kind != Kind::Integer) {
-            mismatch();
-        }
-        for (const std::string& e : value.elements) {
-            if (!integerFits(e, base)) {
-                failAt(line,
-                       what + " is " + cimtype::typeName(base) + "; " + e + " is out of its range");
-            }
-        }
-        value.kind = Kind::Integer;
-    } else if (cimtype::isReal(base)) {
-        if (!empty && value.kind != Kind::Integer && value.kind != Kind::Real) {
-            mismatch();
-        }
-        value.kind = Kind::Real;
-    } else if (base == cimtype::ref) {
-        if (!empty && value.kind != Kind::String && value.kind != Kind::Reference) {
-            mismatch();
-        }
-        value.kind = Kind::Reference;
-    }
+    std::string fault = MofValueCheck::fit(value, type, what);
+    if (!fault.empty())
+        failAt(line, fault);
 }
 
 std::string MofParser::qualifierText(const MofValue& value) {

@@ -1,28 +1,25 @@
-// The host's provider manager: keeps the provider registrations, loads provider libraries on first
-// use, and routes every operation on a class to the provider registered for it (the class's own,
-// else the nearest registered ancestor's), or to the MOF's static instances when none is. It is
-// the broker's Dispatcher, so providers' upcalls are routed the same way.
+// The host's provider manager: routes every operation on a class to the provider registered for
+// it (the class's own, else the nearest registered ancestor's; see RegistrationTable), or to the
+// MOF's static instances when none is, calling providers through ProviderLibraries. It is the
+// broker's Dispatcher, so providers' upcalls are routed the same way.
 //
 // Enumerations and queries are polymorphic: the class and each subclass with its own registration
 // are asked, each under its own class name. Association operations ask the association providers
 // of the given association class and its subclasses, or every association provider of the
 // namespace when no class is given. Each provider call runs inside a CallScope with a fresh
-// context naming the namespace; what it returns is copied into the caller's sink and its status
-// (code and message) reaches the caller unchanged.
-//
-// Lifecycle: unloadIdleProviders() offers each idle library an unload (cleanup with terminating
-// false) and closes those whose MIs all agree; shutdown() cleans every MI up with terminating
-// true and closes every library. A library is never unloaded while one of its calls runs. The
-// manager's tables are guarded by one mutex that is never held while provider code runs.
+// context naming the namespace; what it returns is copied once and handed to the caller's sink,
+// and its status (code and message) reaches the caller unchanged. No lock is held while provider
+// code runs.
 #ifndef DIAGHOST_PROVIDERS_PROVIDERMANAGER_H
 #define DIAGHOST_PROVIDERS_PROVIDERMANAGER_H
 
 #include "host/broker/Dispatcher.h"
 #include "host/providers/LoadedProvider.h"
+#include "host/providers/ProviderLibraries.h"
 #include "host/providers/ProviderRegistration.h"
+#include "host/providers/RegistrationTable.h"
 #include "host/providers/StaticInstanceProvider.h"
 
-#include <condition_variable>
 #include <deque>
 #include <map>
 #include <memory>
@@ -150,13 +147,6 @@ private:
     std::vector<Step> enumerationSteps(const Target& target) const;
     OperationStatus associationSteps(const std::string& ns, const char* assocClass,
                                      std::vector<Step>& steps) const;
-    // These two need mutex_ held; registrations are never removed, so the pointers stay valid.
-    const ProviderRegistration* ownLocked(const std::string& ns, const std::string& className,
-                                          ProviderRegistration::Type type) const;
-    const ProviderRegistration* findLocked(const std::string& ns, const std::string& className,
-                                           ProviderRegistration::Type type) const;
-    const ProviderRegistration* find(const std::string& ns, const std::string& className,
-                                     ProviderRegistration::Type type) const;
 
     // Runs `call(mi, ctx, rslt)` on the provider's MI of `kind` inside a CallScope, copying
     // what it returns into `out`.
@@ -164,13 +154,7 @@ private:
     OperationStatus callProvider(const ProviderRegistration& reg, MiKind kind,
                                  const std::string& ns, const CMPIContext* callerCtx,
                                  ResultSink& out, Call&& call);
-    OperationStatus acquire(const ProviderRegistration& reg, MiKind kind, const std::string& ns,
-                            LoadedProvider*& library, void*& mi);
-    void release(LoadedProvider* library);
     CMPIContext* contextFor(const std::string& ns, const CMPIContext* callerCtx);
-    LoadedProvider& libraryLocked(const std::string& location);
-    void unloadOne(const std::string& location, std::size_t& unloaded);
-    void logError(const std::string& text);
 
     OperationStatus enumerate(const CMPIContext* ctx, const CMPIObjectPath* op,
                               const char** properties, bool namesOnly, ResultSink& out);
@@ -184,18 +168,9 @@ private:
 
     Broker& broker_;
     const ClassRepository& classes_;
-    LogSink& log_;
     StaticInstanceProvider statics_;
-
-    mutable std::mutex mutex_;
-    std::condition_variable changed_; // a library's state, slots or calls in flight changed
-    std::vector<std::string> searchPath_;
-    std::deque<ProviderRegistration> registrations_;
-    // "ns\nclass" (lower case) -> indexes into registrations_
-    std::map<std::string, std::vector<std::size_t>> index_;
-    std::map<std::string, std::unique_ptr<LoadedProvider>> libraries_; // by location
-    bool shuttingDown_ = false;
-    bool shutDown_ = false;
+    ProviderLibraries libraries_;
+    RegistrationTable registrations_;
 };
 
 } // namespace diaghost

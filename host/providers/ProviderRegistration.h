@@ -45,6 +45,8 @@ struct ProviderRegistration {
     bool serves(Type type) const { return (types & type) != 0; }
     // "instance method association", in that order, for messages.
     std::string typeText() const;
+    // "file:line" of the section, for messages.
+    std::string where() const { return file + ":" + std::to_string(line); }
 
     // Every section of the file, in file order. Throws RegistrationError (also when the file
     // cannot be read).
