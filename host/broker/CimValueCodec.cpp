@@ -3,6 +3,7 @@
 #include "host/broker/Broker.h"
 #include "host/mof/CimTypeCodes.h"
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 #include "host/text/LiteralText.h"
 
 #include <cmpift.h>
@@ -94,13 +95,6 @@ CMPIString* makeString(Broker& broker, const std::string& text) {
     return s;
 }
 
-std::string lowerText(const char* s) {
-    std::string out = s ? s : "";
-    for (char& c : out)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
 void check(const CMPIStatus& st, const char* what) {
     if (st.rc == CMPI_RC_OK)
         return;
@@ -131,7 +125,7 @@ CMPIData CimValueCodec::fromLiteral(Broker& broker, Kind kind, const std::string
     case CMPI_boolean: {
         if (kind != Kind::Boolean)
             mismatch(kind, text, type);
-        std::string t = lowerText(text.c_str());
+        std::string t = lowerName(text);
         if (t != "true" && t != "false")
             throw Error("\"" + text + "\" is not TRUE or FALSE");
         d.value.boolean = t == "true";

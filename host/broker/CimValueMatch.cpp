@@ -2,6 +2,7 @@
 
 #include "host/broker/CimValueText.h"
 #include "host/mof/CimTypeCodes.h"
+#include "host/text/CimNames.h"
 
 #include <cmpift.h>
 
@@ -41,18 +42,6 @@ void integerParts(const CMPIData& d, bool& negative, unsigned long long& mag) {
                                           : d.value.sint64;
     negative = s < 0;
     mag = negative ? 0ull - static_cast<unsigned long long>(s) : static_cast<unsigned long long>(s);
-}
-
-std::string lowerText(const char* s) {
-    std::string out = s ? s : "";
-    for (char& c : out)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
-std::string stringField(CMPIString* s) {
-    const char* text = CimValueText::chars(s);
-    return text ? text : "";
 }
 
 } // namespace
@@ -122,11 +111,11 @@ bool CimValueMatch::equal(const CMPIData& a, const CMPIData& b) {
 bool CimValueMatch::samePath(const CMPIObjectPath* a, const CMPIObjectPath* b) {
     if (!a || !b || !a->ft || !b->ft)
         return a == b;
-    if (lowerText(CimValueText::chars(a->ft->getClassName(a, nullptr))) !=
-        lowerText(CimValueText::chars(b->ft->getClassName(b, nullptr))))
+    if (!sameName(CimValueText::text(a->ft->getClassName(a, nullptr)),
+                  CimValueText::text(b->ft->getClassName(b, nullptr))))
         return false;
-    std::string nsA = lowerText(CimValueText::chars(a->ft->getNameSpace(a, nullptr)));
-    std::string nsB = lowerText(CimValueText::chars(b->ft->getNameSpace(b, nullptr)));
+    std::string nsA = lowerName(CimValueText::text(a->ft->getNameSpace(a, nullptr)));
+    std::string nsB = lowerName(CimValueText::text(b->ft->getNameSpace(b, nullptr)));
     if (!nsA.empty() && !nsB.empty() && nsA != nsB)
         return false;
     CMPICount n = a->ft->getKeyCount(a, nullptr);
@@ -135,7 +124,7 @@ bool CimValueMatch::samePath(const CMPIObjectPath* a, const CMPIObjectPath* b) {
     for (CMPICount i = 0; i < n; ++i) {
         CMPIString* name = nullptr;
         CMPIData ka = a->ft->getKeyAt(a, i, &name, nullptr);
-        std::string keyName = stringField(name);
+        std::string keyName = CimValueText::text(name);
         CMPIStatus st{CMPI_RC_OK, nullptr};
         CMPIData kb = b->ft->getKey(b, keyName.c_str(), &st);
         if (st.rc != CMPI_RC_OK || !equal(ka, kb))

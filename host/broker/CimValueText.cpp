@@ -138,6 +138,11 @@ const char* CimValueText::chars(const CMPIString* s) {
     return s->ft->getCharPtr(s, nullptr);
 }
 
+std::string CimValueText::text(const CMPIString* s) {
+    const char* p = chars(s);
+    return p ? p : "";
+}
+
 std::string CimValueText::dateTimeText(const CMPIDateTime* dt) {
     if (!dt || !dt->ft)
         return {};

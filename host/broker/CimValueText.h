@@ -20,6 +20,8 @@ public:
     static std::string plainText(const CMPIData& data);
     // The characters of a string; null for a null string or one without characters.
     static const char* chars(const CMPIString* s);
+    // The text of a string; empty for a null string or one without characters.
+    static std::string text(const CMPIString* s);
     // A datetime's CIM text; empty for a null one.
     static std::string dateTimeText(const CMPIDateTime* dt);
 };

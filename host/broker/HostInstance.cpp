@@ -10,7 +10,7 @@
 #include "host/broker/HostObjectPath.h"
 #include "host/broker/HostString.h"
 #include "host/mof/CimClass.h"
-#include "host/mof/CimNames.h"
+#include "host/text/CimNames.h"
 #include "host/text/PathDialect.h"
 
 #include <atomic>

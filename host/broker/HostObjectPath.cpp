@@ -5,7 +5,7 @@
 #include "host/broker/DataCopy.h"
 #include "host/broker/HostString.h"
 #include "host/broker/PathRenderer.h"
-#include "host/mof/CimNames.h"
+#include "host/text/CimNames.h"
 
 #include <cctype>
 #include <cstring>

@@ -2,7 +2,7 @@
 
 #include "host/broker/DataCopy.h"
 #include "host/memory/ScopeMemory.h"
-#include "host/mof/CimNames.h"
+#include "host/text/CimNames.h"
 
 namespace diaghost {
 

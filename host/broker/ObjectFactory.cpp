@@ -14,8 +14,8 @@
 #include "host/broker/LogSink.h"
 #include "host/broker/PathRenderer.h"
 #include "host/mof/CimClass.h"
-#include "host/mof/CimNames.h"
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 
 #include <charconv>
 #include <memory>

@@ -8,7 +8,7 @@
 #include "host/broker/HostObjectPath.h"
 #include "host/broker/HostString.h"
 #include "host/mof/CimClass.h"
-#include "host/mof/CimNames.h"
+#include "host/text/CimNames.h"
 
 #include <algorithm>
 #include <charconv>

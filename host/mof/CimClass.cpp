@@ -1,6 +1,6 @@
 #include "host/mof/CimClass.h"
 
-#include "host/mof/CimNames.h"
+#include "host/text/CimNames.h"
 
 #include <cstring>
 

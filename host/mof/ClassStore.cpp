@@ -1,7 +1,7 @@
 #include "host/mof/ClassStore.h"
 
-#include "host/mof/CimNames.h"
 #include "host/mof/CimTypeCodes.h"
+#include "host/text/CimNames.h"
 
 #include <algorithm>
 #include <stdexcept>

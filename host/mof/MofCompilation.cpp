@@ -2,10 +2,10 @@
 
 #include "host/text/LiteralText.h"
 
-#include "host/mof/CimNames.h"
 #include "host/mof/CimTypeCodes.h"
 #include "host/mof/ClassRepository.h"
 #include "host/mof/MofParser.h"
+#include "host/text/CimNames.h"
 
 #include <algorithm>
 #include <filesystem>

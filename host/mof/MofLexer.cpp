@@ -1,6 +1,7 @@
 #include "host/mof/MofLexer.h"
 
 #include "host/mof/ClassRepository.h"
+#include "host/text/LiteralText.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -28,19 +29,6 @@ bool isIdentStart(char c) {
 }
 bool isIdentChar(char c) {
     return isIdentStart(c) || isDigit(c);
-}
-
-void appendUtf8(std::string& out, std::uint32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
 }
 
 std::string printable(char c) {
@@ -299,7 +287,7 @@ void MofLexer::lexEscape(std::string& out, int line) {
         if (cp == 0 || (cp >= 0xD800 && cp <= 0xDFFF)) {
             fail(line, "escape \\x names an invalid character");
         }
-        appendUtf8(out, cp);
+        LiteralText::appendUtf8(out, cp);
         return;
     }
     default:

@@ -2,9 +2,9 @@
 
 #include "host/mof/MofValueCheck.h"
 
-#include "host/mof/CimNames.h"
 #include "host/mof/CimTypeCodes.h"
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -2,9 +2,11 @@
 
 #include "host/broker/Broker.h"
 #include "host/broker/CallScope.h"
+#include "host/broker/CimValueText.h"
 #include "host/broker/LogSink.h"
 #include "host/broker/ResultSink.h"
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 
 #include <cmpift.h>
 
@@ -18,19 +20,6 @@
 namespace diaghost {
 
 namespace {
-
-std::string lower(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return s;
-}
-
-std::string text(const CMPIString* s) {
-    if (!s || !s->ft)
-        return {};
-    const char* p = s->ft->getCharPtr(s, nullptr);
-    return p ? p : "";
-}
 
 bool given(const char* s) {
     return s && *s;
@@ -116,7 +105,7 @@ CMPIContext* ProviderManager::contextFor(const std::string& ns, const CMPIContex
         CMPIString* name = nullptr;
         CMPIStatus st{CMPI_RC_OK, nullptr};
         CMPIData d = callerCtx->ft->getEntryAt(callerCtx, i, &name, &st);
-        std::string entry = text(name);
+        std::string entry = CimValueText::text(name);
         if (st.rc != CMPI_RC_OK || entry.empty() || entry == CMPIInitNameSpace ||
             (d.state & CMPI_nullValue))
             continue;
@@ -185,13 +174,13 @@ OperationStatus ProviderManager::resolve(const CMPIContext* ctx, const CMPIObjec
                                          Target& target) const {
     if (!op || !op->ft)
         return OperationStatus::make(CMPI_RC_ERR_INVALID_PARAMETER, "no object path given");
-    target.ns = text(op->ft->getNameSpace(op, nullptr));
+    target.ns = CimValueText::text(op->ft->getNameSpace(op, nullptr));
     if (target.ns.empty() && ctx && ctx->ft) {
         CMPIStatus st{CMPI_RC_OK, nullptr};
         CMPIData d = ctx->ft->getEntry(ctx, CMPIInitNameSpace, &st);
         if (st.rc == CMPI_RC_OK && !(d.state & CMPI_nullValue)) {
             if (d.type == CMPI_string)
-                target.ns = text(d.value.string);
+                target.ns = CimValueText::text(d.value.string);
             else if (d.type == CMPI_chars && d.value.chars)
                 target.ns = d.value.chars;
         }
@@ -202,7 +191,7 @@ OperationStatus ProviderManager::resolve(const CMPIContext* ctx, const CMPIObjec
     if (classes_.classCount(target.ns) == 0)
         return OperationStatus::make(CMPI_RC_ERR_INVALID_NAMESPACE,
                                      "namespace " + target.ns + " is not known");
-    std::string className = text(op->ft->getClassName(op, nullptr));
+    std::string className = CimValueText::text(op->ft->getClassName(op, nullptr));
     const CimClass* cls = className.empty() ? nullptr : classes_.findClass(target.ns, className);
     if (!cls)
         return OperationStatus::make(CMPI_RC_ERR_INVALID_CLASS, "class " + className +
@@ -210,14 +199,14 @@ OperationStatus ProviderManager::resolve(const CMPIContext* ctx, const CMPIObjec
                                                                     target.ns);
     target.className = cls->name;
     target.path = op;
-    if (text(op->ft->getNameSpace(op, nullptr)).empty()) {
+    if (CimValueText::text(op->ft->getNameSpace(op, nullptr)).empty()) {
         // Providers read the namespace from the path they are given.
         const CMPIBroker* mb = broker_.cmpi();
         CMPIObjectPath* copy =
             mb->eft->newObjectPath(mb, target.ns.c_str(), className.c_str(), nullptr);
         if (!copy)
             return OperationStatus::make(CMPI_RC_ERR_FAILED, "the path cannot be copied");
-        std::string host = text(op->ft->getHostname(op, nullptr));
+        std::string host = CimValueText::text(op->ft->getHostname(op, nullptr));
         if (!host.empty())
             copy->ft->setHostname(copy, host.c_str());
         CMPICount n = op->ft->getKeyCount(op, nullptr);
@@ -225,7 +214,7 @@ OperationStatus ProviderManager::resolve(const CMPIContext* ctx, const CMPIObjec
             CMPIString* name = nullptr;
             CMPIData key = op->ft->getKeyAt(op, i, &name, nullptr);
             if (!(key.state & CMPI_nullValue))
-                copy->ft->addKey(copy, text(name).c_str(), &key.value, key.type);
+                copy->ft->addKey(copy, CimValueText::text(name).c_str(), &key.value, key.type);
         }
         target.path = copy;
     }
@@ -285,14 +274,14 @@ OperationStatus ProviderManager::associationSteps(const std::string& ns, const c
     std::set<std::string> seen;
     for (const ProviderRegistration* reg : registrations_.servingIn(ns, type)) {
         const CimClass* cls = classes_.findClass(ns, reg->className);
-        if (!cls || !cls->association || !seen.insert(lower(cls->name)).second)
+        if (!cls || !cls->association || !seen.insert(lowerName(cls->name)).second)
             continue;
         steps.push_back(Step{reg, cls->name});
     }
     for (const std::string& name : withInstances) {
         const CimClass* cls = classes_.findClass(ns, name);
         if (cls && cls->association && !registrations_.find(ns, cls->name, type) &&
-            seen.insert(lower(cls->name)).second)
+            seen.insert(lowerName(cls->name)).second)
             steps.push_back(Step{nullptr, cls->name});
     }
     return OperationStatus::make(CMPI_RC_OK);

@@ -1,4 +1,5 @@
 #include "host/providers/ProviderRegistration.h"
+#include "host/text/CimNames.h"
 
 #include <algorithm>
 #include <cctype>
@@ -19,12 +20,6 @@ std::string trim(const std::string& s) {
     while (e > b && std::isspace(static_cast<unsigned char>(s[e - 1])))
         --e;
     return s.substr(b, e - b);
-}
-
-std::string lower(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return s;
 }
 
 std::vector<std::string> words(const std::string& s) {
@@ -71,7 +66,7 @@ public:
         std::size_t colon = text.find(':');
         if (colon == std::string::npos)
             fail(lineNo, "expected \"key: value\" or \"[ClassName]\", found \"" + text + "\"");
-        std::string key = lower(trim(text.substr(0, colon)));
+        std::string key = lowerName(trim(text.substr(0, colon)));
         std::string value = trim(text.substr(colon + 1));
         if (!current_)
             fail(lineNo, "\"" + key + "\" line before the first [ClassName] section");
@@ -141,7 +136,7 @@ private:
     void setTypes(const std::string& value, int lineNo) {
         once("type", lineNo);
         for (const std::string& w : words(value)) {
-            std::string t = lower(w);
+            std::string t = lowerName(w);
             if (t == "instance")
                 reg_.types |= ProviderRegistration::Instance;
             else if (t == "method")
@@ -161,8 +156,9 @@ private:
         for (const std::string& ns : words(value)) {
             if (!isToken(ns, true))
                 fail(lineNo, "\"" + ns + "\" is not a namespace name");
-            bool known = std::any_of(reg_.namespaces.begin(), reg_.namespaces.end(),
-                                     [&](const std::string& n) { return lower(n) == lower(ns); });
+            bool known =
+                std::any_of(reg_.namespaces.begin(), reg_.namespaces.end(),
+                            [&](const std::string& n) { return lowerName(n) == lowerName(ns); });
             if (!known)
                 reg_.namespaces.push_back(ns);
         }
@@ -170,7 +166,7 @@ private:
 
     void setUnload(const std::string& value, int lineNo) {
         once("unload", lineNo);
-        if (lower(value) != "never")
+        if (lowerName(value) != "never")
             fail(lineNo, "unload accepts only \"never\", found \"" + value + "\"");
         reg_.unloadNever = true;
     }

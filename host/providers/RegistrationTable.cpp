@@ -1,6 +1,7 @@
 #include "host/providers/RegistrationTable.h"
 
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 
 #include <algorithm>
 #include <cctype>
@@ -9,26 +10,16 @@ namespace diaghost {
 
 namespace {
 
-std::string lower(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return s;
-}
-
-bool iequals(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && lower(a) == lower(b);
-}
-
 std::string normalNamespace(const std::string& ns) {
     std::size_t b = ns.find_first_not_of('/');
     if (b == std::string::npos)
         return {};
     std::size_t e = ns.find_last_not_of('/');
-    return lower(ns.substr(b, e - b + 1));
+    return lowerName(ns.substr(b, e - b + 1));
 }
 
 std::string indexKey(const std::string& ns, const std::string& className) {
-    return normalNamespace(ns) + '\n' + lower(className);
+    return normalNamespace(ns) + '\n' + lowerName(className);
 }
 
 } // namespace
@@ -41,7 +32,7 @@ void RegistrationTable::add(const std::vector<ProviderRegistration>& regs) {
                                     "provider " + reg.providerName + " is located in lib" +
                                         reg.location + ".so here but in lib" + other.location +
                                         ".so at " + other.where());
-        if (!iequals(reg.className, other.className) || !(reg.types & other.types))
+        if (!sameName(reg.className, other.className) || !(reg.types & other.types))
             return;
         for (const std::string& ns : reg.namespaces)
             for (const std::string& otherNs : other.namespaces)

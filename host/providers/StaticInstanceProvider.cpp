@@ -3,8 +3,10 @@
 #include "host/broker/Broker.h"
 #include "host/broker/CimValueCodec.h"
 #include "host/broker/CimValueMatch.h"
+#include "host/broker/CimValueText.h"
 #include "host/broker/ResultSink.h"
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 #include "host/text/LiteralText.h"
 
 #include <cmpift.h>
@@ -17,27 +19,10 @@ namespace diaghost {
 
 namespace {
 
-std::string lower(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return s;
-}
-
-bool iequals(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && lower(a) == lower(b);
-}
-
-std::string text(const CMPIString* s) {
-    if (!s || !s->ft)
-        return {};
-    const char* p = s->ft->getCharPtr(s, nullptr);
-    return p ? p : "";
-}
-
 std::string statusText(const CMPIStatus& st) {
     std::string out = rcName(st.rc);
-    if (!text(st.msg).empty())
-        out += ": " + text(st.msg);
+    if (!CimValueText::text(st.msg).empty())
+        out += ": " + CimValueText::text(st.msg);
     return out;
 }
 
@@ -77,7 +62,7 @@ std::vector<std::string> StaticInstanceProvider::classesWithInstances(const std:
     std::vector<std::string> out;
     std::set<std::string> seen;
     for (const CimInstanceDecl& decl : broker_.classes().instances(ns))
-        if (seen.insert(lower(decl.className)).second)
+        if (seen.insert(lowerName(decl.className)).second)
             out.push_back(decl.className);
     return out;
 }
@@ -87,7 +72,7 @@ OperationStatus StaticInstanceProvider::build(const std::string& ns, const std::
     const ClassRepository& classes = broker_.classes();
     const CMPIBroker* mb = broker_.cmpi();
     for (const CimInstanceDecl& decl : classes.instances(ns)) {
-        if (!iequals(decl.className, className))
+        if (!sameName(decl.className, className))
             continue;
         const CimClass* cls = classes.findClass(ns, decl.className);
         std::string who = "instance of " + decl.className;
@@ -173,7 +158,7 @@ OperationStatus StaticInstanceProvider::enumerate(const std::string& ns,
 OperationStatus StaticInstanceProvider::getInstance(const std::string& ns,
                                                     const CMPIObjectPath* path,
                                                     ResultSink& out) const {
-    std::string className = text(path->ft->getClassName(path, nullptr));
+    std::string className = CimValueText::text(path->ft->getClassName(path, nullptr));
     std::vector<CMPIInstance*> instances;
     OperationStatus status = build(ns, className, instances);
     if (!status.ok())
@@ -205,7 +190,7 @@ OperationStatus StaticInstanceProvider::references(const std::string& ns,
     for (CMPIInstance* inst : instances) {
         bool refers = false;
         for (const CimProperty& prop : cls->properties) {
-            if (prop.type != CMPI_ref || (role && *role && !iequals(role, prop.name)))
+            if (prop.type != CMPI_ref || (role && *role && !sameName(role, prop.name)))
                 continue;
             CMPIData d = inst->ft->getProperty(inst, prop.name.c_str(), nullptr);
             if (!(d.state & CMPI_nullValue) && CimValueMatch::samePath(d.value.ref, source))
@@ -247,7 +232,7 @@ OperationStatus StaticInstanceProvider::associatedPaths(const std::string& ns,
         // Which REF property names the source; the others lead to the associated objects.
         const CimProperty* sourceEnd = nullptr;
         for (const CimProperty& prop : cls->properties) {
-            if (prop.type != CMPI_ref || (role && *role && !iequals(role, prop.name)))
+            if (prop.type != CMPI_ref || (role && *role && !sameName(role, prop.name)))
                 continue;
             CMPIData d = inst->ft->getProperty(inst, prop.name.c_str(), nullptr);
             if (!(d.state & CMPI_nullValue) && CimValueMatch::samePath(d.value.ref, source)) {
@@ -259,12 +244,13 @@ OperationStatus StaticInstanceProvider::associatedPaths(const std::string& ns,
             continue;
         for (const CimProperty& prop : cls->properties) {
             if (prop.type != CMPI_ref || &prop == sourceEnd ||
-                (resultRole && *resultRole && !iequals(resultRole, prop.name)))
+                (resultRole && *resultRole && !sameName(resultRole, prop.name)))
                 continue;
             CMPIData d = inst->ft->getProperty(inst, prop.name.c_str(), nullptr);
             if ((d.state & CMPI_nullValue) || !d.value.ref)
                 continue;
-            std::string farClass = text(d.value.ref->ft->getClassName(d.value.ref, nullptr));
+            std::string farClass =
+                CimValueText::text(d.value.ref->ft->getClassName(d.value.ref, nullptr));
             if (resultClass && *resultClass && !classes.isA(ns, farClass, resultClass))
                 continue;
             out.push_back(d.value.ref);

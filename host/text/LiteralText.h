@@ -31,6 +31,8 @@ public:
     static bool parseChar16(const std::string& text, std::uint16_t& unit);
     // A UCS-2 code unit as UTF-8.
     static std::string char16Utf8(std::uint16_t unit);
+    // Appends a code point below 0x10000 as UTF-8.
+    static void appendUtf8(std::string& out, std::uint32_t codePoint);
 
     // Which characters besides the backslash and `quote` escape writes as escapes.
     enum class Controls {

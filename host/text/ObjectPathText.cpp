@@ -1,4 +1,5 @@
 #include "host/text/ObjectPathText.h"
+#include "host/text/CimNames.h"
 #include "host/text/LiteralText.h"
 
 #include <algorithm>
@@ -24,30 +25,6 @@ bool isIdentChar(char c) {
 
 bool isSpace(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
-}
-
-bool iequals(const std::string& a, const char* b) {
-    std::size_t n = std::strlen(b);
-    if (a.size() != n)
-        return false;
-    for (std::size_t i = 0; i < n; ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i])))
-            return false;
-    return true;
-}
-
-void appendUtf8(std::string& out, unsigned long cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
 }
 
 class PathParser {
@@ -209,7 +186,7 @@ private:
             pos_ = start;
             fail("missing value of key \"" + key.name + "\"");
         }
-        if (iequals(key.text, "true") || iequals(key.text, "false")) {
+        if (sameName(key.text, "true") || sameName(key.text, "false")) {
             key.kind = LiteralKind::Boolean;
         } else if (LiteralText::parseInteger(key.text, negative, magnitude)) {
             key.kind = LiteralKind::Integer;
@@ -292,7 +269,7 @@ private:
                     fail("\\x without hexadecimal digits");
                 if (cp == 0)
                     fail("\\x0 would end the text");
-                appendUtf8(out, cp);
+                LiteralText::appendUtf8(out, cp);
                 break;
             }
             default:

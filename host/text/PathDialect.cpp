@@ -1,4 +1,5 @@
 #include "host/text/PathDialect.h"
+#include "host/text/CimNames.h"
 
 #include <algorithm>
 #include <cctype>
@@ -10,9 +11,7 @@ const char* dialectName(PathDialect dialect) {
 }
 
 std::optional<PathDialect> parseDialect(const std::string& name) {
-    std::string lower(name);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string lower = lowerName(name);
     if (lower == "pegasus")
         return PathDialect::Pegasus;
     if (lower == "sfcb")

@@ -1,7 +1,7 @@
 // CIM names (classes, properties, qualifiers, namespaces, aliases) compare without regard to case.
 // These helpers fold ASCII letters only; other bytes compare as they are.
-#ifndef DIAGHOST_MOF_CIMNAMES_H
-#define DIAGHOST_MOF_CIMNAMES_H
+#ifndef DIAGHOST_TEXT_CIMNAMES_H
+#define DIAGHOST_TEXT_CIMNAMES_H
 
 #include <string>
 #include <string_view>
