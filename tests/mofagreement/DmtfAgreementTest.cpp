@@ -3,8 +3,8 @@
 // signatures for the methods it keeps. Skipped when the shared schema is not there.
 #include "MofAgreementFiles.h"
 
-#include "host/mof/CimNames.h"
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 
 #include <gtest/gtest.h>
 

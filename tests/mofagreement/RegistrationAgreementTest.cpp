@@ -3,9 +3,9 @@
 // operation the class needs, and both must say the same thing class by class.
 #include "MofAgreementFiles.h"
 
-#include "host/mof/CimNames.h"
 #include "host/mof/ClassRepository.h"
 #include "host/providers/ProviderRegistration.h"
+#include "host/text/CimNames.h"
 
 #include <gtest/gtest.h>
 

@@ -4,8 +4,8 @@
 // manager makes: declared qualifiers, references to existing classes and only in associations.
 #include "MofAgreementFiles.h"
 
-#include "host/mof/CimNames.h"
 #include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
 
 #include <gtest/gtest.h>
 
