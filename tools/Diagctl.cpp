@@ -112,13 +112,14 @@ int Diagctl::classes(diaghost::Host& host) {
 int Diagctl::enumerate(diaghost::Host& host) {
     const std::string& className = options_.operands[0];
     if (host.classes().findClass(options_.nameSpace, className) == nullptr) {
-        err_ << "diagctl: " << diaghost::rcName(CMPI_RC_ERR_INVALID_CLASS) << ": no class " << className
-             << " in " << options_.nameSpace << "\n";
+        err_ << "diagctl: " << diaghost::rcName(CMPI_RC_ERR_INVALID_CLASS) << ": no class "
+             << className << " in " << options_.nameSpace << "\n";
         return exitFailed;
     }
     OutputFormatter format(host, styleOf(options_), out_);
     if (options_.names) {
-        diaghost::OperationResult result = host.enumerateInstanceNames(options_.nameSpace, className);
+        diaghost::OperationResult result =
+            host.enumerateInstanceNames(options_.nameSpace, className);
         if (!result.ok())
             return failed(result);
         format.paths(result.paths());
@@ -150,8 +151,8 @@ int Diagctl::associators(diaghost::Host& host) {
         format.paths(result.paths());
         return 0;
     }
-    diaghost::OperationResult result = host.associators(path, options_.assocClass, options_.resultClass,
-                                                    options_.role, options_.resultRole);
+    diaghost::OperationResult result = host.associators(
+        path, options_.assocClass, options_.resultClass, options_.role, options_.resultRole);
     if (!result.ok())
         return failed(result);
     format.instances(result.instances());

@@ -101,10 +101,11 @@ DiagnosticDemo::DiagnosticDemo(diaghost::Host& host, std::string nameSpace, std:
 
 int DiagnosticDemo::run() {
     diaghost::CallScope scope(host_.broker());
-    diaghost::OperationResult services = host_.enumerateInstances(nameSpace_, "CIM_DiagnosticService");
+    diaghost::OperationResult services =
+        host_.enumerateInstances(nameSpace_, "CIM_DiagnosticService");
     if (!services.ok()) {
-        err_ << "diagctl: " << diaghost::rcName(services.status.rc) << ": " << services.status.message
-             << "\n";
+        err_ << "diagctl: " << diaghost::rcName(services.status.rc) << ": "
+             << services.status.message << "\n";
         return 1;
     }
     diaghost::OperationResult available =
@@ -156,8 +157,8 @@ int DiagnosticDemo::run() {
             if (!run.carriedOut()) {
                 everyRunCarriedOut = false;
                 row.result = std::string("not run (") + diaghost::rcName(run.status().rc) + ")";
-                err_ << "diagctl: " << diaghost::rcName(run.status().rc) << ": " << run.status().message
-                     << "\n";
+                err_ << "diagctl: " << diaghost::rcName(run.status().rc) << ": "
+                     << run.status().message << "\n";
             } else {
                 const CMPIData value = run.returnValue();
                 const bool passed = value.type == CMPI_uint32 && !(value.state & CMPI_nullValue) &&

@@ -16,7 +16,8 @@ namespace NQORVA20::tools {
 
 class DiagnosticDemo {
 public:
-    DiagnosticDemo(diaghost::Host& host, std::string nameSpace, std::ostream& out, std::ostream& err);
+    DiagnosticDemo(diaghost::Host& host, std::string nameSpace, std::ostream& out,
+                   std::ostream& err);
 
     // Answers the process exit code: 0 when every run was carried out.
     int run();

@@ -38,8 +38,8 @@ DiagnosticRun::DiagnosticRun(diaghost::Host& host, const CMPIObjectPath* service
     if (!call_->ok())
         return;
 
-    recordsAfter_ =
-        std::make_unique<diaghost::OperationResult>(host.enumerateInstances(nameSpace, recordClass));
+    recordsAfter_ = std::make_unique<diaghost::OperationResult>(
+        host.enumerateInstances(nameSpace, recordClass));
     for (const CMPIInstance* record : recordsAfter_->instances())
         if (!before.count(host.pathText(record->ft->getObjectPath(record, nullptr))))
             record_ = record;
