@@ -2,6 +2,7 @@
 
 #include "host/broker/CallArena.h"
 #include "host/broker/CallScope.h"
+#include "host/broker/CimValueText.h"
 #include "host/broker/CmpiCall.h"
 #include "host/broker/DataCopy.h"
 #include "host/broker/Dispatcher.h"
@@ -481,6 +482,26 @@ CMPIContext* Broker::newContext(const std::string& ns) {
     v.add(*this, CMPIPrincipal, chars("root"), CMPI_chars);
     ctx->place(HostObject::Placement::Scope);
     return ctx.release()->cmpi();
+}
+
+CMPIContext* Broker::newContext(const std::string& ns, const CMPIContext* callerCtx) {
+    CMPIContext* ctx = newContext(ns);
+    if (!ctx || !callerCtx || !callerCtx->ft)
+        return ctx;
+    // The caller's own entries (invocation flags, principal, anything a provider added) travel
+    // with the request; the namespace is the one this call is about.
+    CMPICount n = callerCtx->ft->getEntryCount(callerCtx, nullptr);
+    for (CMPICount i = 0; i < n; ++i) {
+        CMPIString* name = nullptr;
+        CMPIStatus st{CMPI_RC_OK, nullptr};
+        CMPIData d = callerCtx->ft->getEntryAt(callerCtx, i, &name, &st);
+        std::string entry = CimValueText::text(name);
+        if (st.rc != CMPI_RC_OK || entry.empty() || entry == CMPIInitNameSpace ||
+            (d.state & CMPI_nullValue))
+            continue;
+        ctx->ft->addEntry(ctx, entry.c_str(), &d.value, d.type);
+    }
+    return ctx;
 }
 
 } // namespace diaghost

@@ -59,6 +59,9 @@ public:
     // A context as the host passes to a provider call: CMPIInitNameSpace set to ns,
     // CMPIInvocationFlags 0, CMPIPrincipal "root". Owned like any other broker object.
     CMPIContext* newContext(const std::string& ns);
+    // The same, carrying every entry of callerCtx (invocation flags, principal, what a provider
+    // added) except its namespace; callerCtx may be null.
+    CMPIContext* newContext(const std::string& ns, const CMPIContext* callerCtx);
 
     // The arena holding the objects made while no call scope of this broker is open on the
     // calling thread; they are freed with the broker.

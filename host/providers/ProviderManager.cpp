@@ -94,26 +94,6 @@ ProviderManager::providerFor(const std::string& ns, const std::string& className
 
 // ---- Loading, calls in flight and unloading ------------------------------------------------
 
-CMPIContext* ProviderManager::contextFor(const std::string& ns, const CMPIContext* callerCtx) {
-    CMPIContext* ctx = broker_.newContext(ns);
-    if (!ctx || !callerCtx || !callerCtx->ft)
-        return ctx;
-    // The caller's own entries (invocation flags, principal, anything a provider added) travel
-    // with the request; the namespace is the one this call is about.
-    CMPICount n = callerCtx->ft->getEntryCount(callerCtx, nullptr);
-    for (CMPICount i = 0; i < n; ++i) {
-        CMPIString* name = nullptr;
-        CMPIStatus st{CMPI_RC_OK, nullptr};
-        CMPIData d = callerCtx->ft->getEntryAt(callerCtx, i, &name, &st);
-        std::string entry = CimValueText::text(name);
-        if (st.rc != CMPI_RC_OK || entry.empty() || entry == CMPIInitNameSpace ||
-            (d.state & CMPI_nullValue))
-            continue;
-        ctx->ft->addEntry(ctx, entry.c_str(), &d.value, d.type);
-    }
-    return ctx;
-}
-
 template <class Call>
 OperationStatus ProviderManager::callProvider(const ProviderRegistration& reg, MiKind kind,
                                               const std::string& ns, const CMPIContext* callerCtx,
@@ -126,7 +106,7 @@ OperationStatus ProviderManager::callProvider(const ProviderRegistration& reg, M
         OperationStatus result;
         {
             CallScope scope(broker_);
-            CMPIContext* ctx = contextFor(ns, callerCtx);
+            CMPIContext* ctx = broker_.newContext(ns, callerCtx);
             try {
                 result = OperationStatus::fromCmpi(call(mi, ctx, returned.cmpi()));
             } catch (const std::exception& e) {

@@ -154,7 +154,6 @@ private:
     OperationStatus callProvider(const ProviderRegistration& reg, MiKind kind,
                                  const std::string& ns, const CMPIContext* callerCtx,
                                  ResultSink& out, Call&& call);
-    CMPIContext* contextFor(const std::string& ns, const CMPIContext* callerCtx);
 
     OperationStatus enumerate(const CMPIContext* ctx, const CMPIObjectPath* op,
                               const char** properties, bool namesOnly, ResultSink& out);
