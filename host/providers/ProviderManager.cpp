@@ -14,7 +14,6 @@
 #include <cctype>
 #include <exception>
 #include <set>
-#include <thread>
 #include <utility>
 
 namespace diaghost {

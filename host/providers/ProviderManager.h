@@ -20,10 +20,6 @@
 #include "host/providers/RegistrationTable.h"
 #include "host/providers/StaticInstanceProvider.h"
 
-#include <deque>
-#include <map>
-#include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
