@@ -2,8 +2,8 @@
 // provider manager, wired together. Load MOF and registration files, then run client operations
 // by CMPIObjectPath or by DMTF path text; each answers an OperationResult owning its copies.
 // Client operations may run on several threads at once. The destructor shuts the providers down.
-#ifndef DIAGCORE_HOST_HOST_H
-#define DIAGCORE_HOST_HOST_H
+#ifndef DIAGHOST_HOST_H
+#define DIAGHOST_HOST_H
 
 #include "host/OperationResult.h"
 #include "host/text/PathDialect.h"

@@ -1,8 +1,8 @@
 // What one client operation of the Host answered: its status and its own copies of everything the
 // providers returned (instances, paths, data, errors) and, for a method, of the out arguments.
 // The copies live as long as the result; a result must not outlive the Host that made it.
-#ifndef DIAGCORE_HOST_OPERATIONRESULT_H
-#define DIAGCORE_HOST_OPERATIONRESULT_H
+#ifndef DIAGHOST_OPERATIONRESULT_H
+#define DIAGHOST_OPERATIONRESULT_H
 
 #include "host/broker/OperationStatus.h"
 
