@@ -1,5 +1,5 @@
 # Checks that the embedded object manager's components include one another in one direction only,
-# and that neither it nor the core includes the other. Run as
+# that the WBEM server uses only them, and that neither they nor the core include the other. Run as
 #   cmake -DROOT=<source tree> -P HostLayering.cmake
 # Fails (naming every offending include) when a file includes a folder its component may not use.
 cmake_minimum_required(VERSION 3.25)
@@ -15,6 +15,8 @@ set(uses_broker "text;mof;memory")
 set(uses_providers "broker;mof;text;memory")
 set(uses_testing "broker;mof;text;memory")
 set(uses_host "providers;broker;mof;text;memory")
+# The WBEM server sits on the façade and may read the components below it.
+set(uses_server "host;providers;broker;mof;text;memory")
 set(core_folders common instance builder diag factory entry)
 
 set(violations "")
@@ -30,6 +32,8 @@ function(check_file file folder allowed)
     elseif(included MATCHES "^([a-z]+)/")
       if(CMAKE_MATCH_1 IN_LIST core_folders)
         set(target "core")
+      elseif(CMAKE_MATCH_1 STREQUAL "server")
+        set(target "server")
       endif()
     endif()
     if(target STREQUAL "" OR target STREQUAL folder OR target IN_LIST allowed)
@@ -55,6 +59,10 @@ foreach(entry IN LISTS host_entries)
   elseif(name MATCHES "\\.(h|cpp)$")
     check_file("${entry}" host "${uses_host}")
   endif()
+endforeach()
+file(GLOB_RECURSE files "${ROOT}/server/*.h" "${ROOT}/server/*.cpp")
+foreach(f IN LISTS files)
+  check_file("${f}" server "${uses_server}")
 endforeach()
 foreach(folder IN LISTS core_folders)
   file(GLOB_RECURSE files "${ROOT}/${folder}/*.h" "${ROOT}/${folder}/*.cpp")

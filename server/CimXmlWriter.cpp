@@ -1,0 +1,678 @@
+#include "server/CimXmlWriter.h"
+
+#include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
+#include "host/text/LiteralText.h"
+#include "server/XmlText.h"
+
+#include <cmpift.h>
+
+#include <charconv>
+#include <cmath>
+
+namespace diagserver {
+
+namespace {
+
+std::string stringText(const CMPIString* s) {
+    if (!s || !s->ft)
+        return {};
+    const char* p = s->ft->getCharPtr(s, nullptr);
+    return p ? p : "";
+}
+
+bool isNull(const CMPIData& d) {
+    return (d.state & (CMPI_nullValue | CMPI_notFound | CMPI_badValue)) != 0 || d.type == CMPI_null;
+}
+
+template <class T>
+std::string numberText(T value) {
+    char buffer[64];
+    auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    return std::string(buffer, result.ptr);
+}
+
+std::string realText(double value) {
+    if (std::isnan(value))
+        return "NaN";
+    if (std::isinf(value))
+        return value < 0 ? "-INF" : "INF";
+    return numberText(value);
+}
+
+// What KEYVALUE's VALUETYPE says of a key's type.
+std::string_view valueType(CMPIType type) {
+    switch (type) {
+    case CMPI_boolean:
+        return "boolean";
+    case CMPI_string:
+    case CMPI_chars:
+    case CMPI_char16:
+    case CMPI_dateTime:
+        return "string";
+    default:
+        return "numeric";
+    }
+}
+
+bool listed(const std::vector<std::string>* properties, std::string_view name) {
+    if (!properties)
+        return true;
+    for (const std::string& p : *properties)
+        if (diaghost::sameName(p, name))
+            return true;
+    return false;
+}
+
+// The elements of a qualifier value as the repository keeps it (arrays joined by ",").
+std::vector<std::string> qualifierElements(const std::string& text, bool array) {
+    if (!array)
+        return {text};
+    std::vector<std::string> out;
+    std::size_t from = 0;
+    for (;;) {
+        std::size_t comma = text.find(',', from);
+        out.push_back(text.substr(from, comma == std::string::npos ? comma : comma - from));
+        if (comma == std::string::npos)
+            return out;
+        from = comma + 1;
+    }
+}
+
+std::vector<std::string_view> namespaceParts(std::string_view ns) {
+    std::vector<std::string_view> parts;
+    std::size_t from = 0;
+    while (from <= ns.size()) {
+        std::size_t slash = ns.find('/', from);
+        std::string_view part =
+            ns.substr(from, slash == std::string_view::npos ? ns.npos : slash - from);
+        if (!part.empty())
+            parts.push_back(part);
+        if (slash == std::string_view::npos)
+            break;
+        from = slash + 1;
+    }
+    return parts;
+}
+
+} // namespace
+
+CimXmlWriter::CimXmlWriter(Sink sink, std::size_t flushAt)
+    : sink_(std::move(sink)), flushAt_(flushAt) {
+    buffer_.reserve(flushAt_ + 4096);
+}
+
+void CimXmlWriter::flush() {
+    if (buffer_.empty())
+        return;
+    sink_(buffer_);
+    written_ += buffer_.size();
+    buffer_.clear();
+}
+
+void CimXmlWriter::maybeFlush() {
+    if (buffer_.size() >= flushAt_)
+        flush();
+}
+
+void CimXmlWriter::raw(std::string_view text) {
+    buffer_.append(text.data(), text.size());
+}
+
+void CimXmlWriter::text(std::string_view text) {
+    XmlText::appendEscaped(buffer_, text);
+}
+
+void CimXmlWriter::attribute(std::string_view name, std::string_view value) {
+    buffer_ += ' ';
+    raw(name);
+    raw("=\"");
+    text(value);
+    buffer_ += '"';
+}
+
+void CimXmlWriter::openTag(std::string_view name) {
+    buffer_ += '<';
+    raw(name);
+    buffer_ += '>';
+}
+
+void CimXmlWriter::closeTag(std::string_view name) {
+    raw("</");
+    raw(name);
+    buffer_ += '>';
+}
+
+std::string_view CimXmlWriter::typeName(CMPIType type) {
+    switch (type & ~CMPI_ARRAY) {
+    case CMPI_boolean:
+        return "boolean";
+    case CMPI_char16:
+        return "char16";
+    case CMPI_real32:
+        return "real32";
+    case CMPI_real64:
+        return "real64";
+    case CMPI_uint8:
+        return "uint8";
+    case CMPI_uint16:
+        return "uint16";
+    case CMPI_uint32:
+        return "uint32";
+    case CMPI_uint64:
+        return "uint64";
+    case CMPI_sint8:
+        return "sint8";
+    case CMPI_sint16:
+        return "sint16";
+    case CMPI_sint32:
+        return "sint32";
+    case CMPI_sint64:
+        return "sint64";
+    case CMPI_string:
+    case CMPI_chars:
+        return "string";
+    case CMPI_dateTime:
+        return "datetime";
+    case CMPI_ref:
+        return "reference";
+    default:
+        return {};
+    }
+}
+
+// ---- The message ------------------------------------------------------------------------------
+
+void CimXmlWriter::beginMessage(std::string_view messageId) {
+    raw("<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">"
+        "<MESSAGE");
+    attribute("ID", messageId);
+    raw(" PROTOCOLVERSION=\"1.0\"><SIMPLERSP>");
+}
+
+void CimXmlWriter::endMessage() {
+    raw("</SIMPLERSP></MESSAGE></CIM>\n");
+    flush();
+}
+
+void CimXmlWriter::beginIMethodResponse(std::string_view name) {
+    raw("<IMETHODRESPONSE");
+    attribute("NAME", name);
+    buffer_ += '>';
+}
+
+void CimXmlWriter::endIMethodResponse() {
+    closeTag("IMETHODRESPONSE");
+}
+
+void CimXmlWriter::beginIReturnValue() {
+    openTag("IRETURNVALUE");
+}
+
+void CimXmlWriter::endIReturnValue() {
+    closeTag("IRETURNVALUE");
+    maybeFlush();
+}
+
+void CimXmlWriter::beginMethodResponse(std::string_view name) {
+    raw("<METHODRESPONSE");
+    attribute("NAME", name);
+    buffer_ += '>';
+}
+
+void CimXmlWriter::endMethodResponse() {
+    closeTag("METHODRESPONSE");
+}
+
+void CimXmlWriter::error(unsigned code, std::string_view description) {
+    raw("<ERROR");
+    attribute("CODE", numberText(code));
+    if (!description.empty())
+        attribute("DESCRIPTION", description);
+    raw("/>");
+}
+
+void CimXmlWriter::returnValue(const CMPIData& value) {
+    raw("<RETURNVALUE");
+    std::string_view type = typeName(value.type);
+    if (!type.empty() && !(value.type & CMPI_ARRAY))
+        attribute("PARAMTYPE", type);
+    buffer_ += '>';
+    valueElement(value);
+    closeTag("RETURNVALUE");
+}
+
+void CimXmlWriter::paramValue(std::string_view name, const CMPIData& value) {
+    raw("<PARAMVALUE");
+    attribute("NAME", name);
+    std::string_view type = typeName(value.type);
+    if (!type.empty())
+        attribute("PARAMTYPE", type);
+    if ((value.type & ~CMPI_ARRAY) == CMPI_instance)
+        raw(" EmbeddedObject=\"instance\"");
+    buffer_ += '>';
+    valueElement(value);
+    closeTag("PARAMVALUE");
+}
+
+// ---- Paths ------------------------------------------------------------------------------------
+
+void CimXmlWriter::localNamespacePath(std::string_view ns) {
+    openTag("LOCALNAMESPACEPATH");
+    for (std::string_view part : namespaceParts(ns)) {
+        raw("<NAMESPACE");
+        attribute("NAME", part);
+        raw("/>");
+    }
+    closeTag("LOCALNAMESPACEPATH");
+}
+
+void CimXmlWriter::keyBinding(std::string_view name, const CMPIData& value) {
+    raw("<KEYBINDING");
+    attribute("NAME", name);
+    buffer_ += '>';
+    if (value.type == CMPI_ref && !isNull(value)) {
+        valueReference(value.value.ref);
+    } else {
+        raw("<KEYVALUE");
+        attribute("VALUETYPE", valueType(value.type));
+        std::string_view type = typeName(value.type);
+        if (!type.empty())
+            attribute("TYPE", type);
+        buffer_ += '>';
+        if (!isNull(value))
+            scalarValue(value.type, value.value);
+        closeTag("KEYVALUE");
+    }
+    closeTag("KEYBINDING");
+}
+
+void CimXmlWriter::instanceName(const CMPIObjectPath* path) {
+    raw("<INSTANCENAME");
+    attribute("CLASSNAME",
+              path && path->ft ? stringText(path->ft->getClassName(path, nullptr)) : std::string());
+    buffer_ += '>';
+    CMPICount keys = path && path->ft ? path->ft->getKeyCount(path, nullptr) : 0;
+    for (CMPICount i = 0; i < keys; ++i) {
+        CMPIString* name = nullptr;
+        CMPIData key = path->ft->getKeyAt(path, i, &name, nullptr);
+        keyBinding(stringText(name), key);
+    }
+    closeTag("INSTANCENAME");
+}
+
+void CimXmlWriter::instancePath(const CMPIObjectPath* path, std::string_view host) {
+    openTag("INSTANCEPATH");
+    openTag("NAMESPACEPATH");
+    std::string own = path && path->ft ? stringText(path->ft->getHostname(path, nullptr)) : "";
+    openTag("HOST");
+    text(!own.empty() ? std::string_view(own) : !host.empty() ? host : "localhost");
+    closeTag("HOST");
+    localNamespacePath(path && path->ft ? stringText(path->ft->getNameSpace(path, nullptr)) : "");
+    closeTag("NAMESPACEPATH");
+    instanceName(path);
+    closeTag("INSTANCEPATH");
+}
+
+void CimXmlWriter::localInstancePath(const CMPIObjectPath* path) {
+    openTag("LOCALINSTANCEPATH");
+    localNamespacePath(path && path->ft ? stringText(path->ft->getNameSpace(path, nullptr)) : "");
+    instanceName(path);
+    closeTag("LOCALINSTANCEPATH");
+}
+
+void CimXmlWriter::valueReference(const CMPIObjectPath* path) {
+    openTag("VALUE.REFERENCE");
+    std::string host = path && path->ft ? stringText(path->ft->getHostname(path, nullptr)) : "";
+    std::string ns = path && path->ft ? stringText(path->ft->getNameSpace(path, nullptr)) : "";
+    if (!host.empty())
+        instancePath(path, host);
+    else if (!ns.empty())
+        localInstancePath(path);
+    else
+        instanceName(path);
+    closeTag("VALUE.REFERENCE");
+}
+
+void CimXmlWriter::objectPath(const CMPIObjectPath* path, std::string_view host) {
+    openTag("OBJECTPATH");
+    instancePath(path, host);
+    closeTag("OBJECTPATH");
+    maybeFlush();
+}
+
+void CimXmlWriter::className(std::string_view name) {
+    raw("<CLASSNAME");
+    attribute("NAME", name);
+    raw("/>");
+    maybeFlush();
+}
+
+// ---- Values -----------------------------------------------------------------------------------
+
+void CimXmlWriter::scalarValue(CMPIType type, const CMPIValue& v) {
+    switch (type) {
+    case CMPI_boolean:
+        raw(v.boolean ? "TRUE" : "FALSE");
+        return;
+    case CMPI_char16:
+        text(diaghost::LiteralText::char16Utf8(v.char16));
+        return;
+    case CMPI_real32:
+        raw(realText(v.real32));
+        return;
+    case CMPI_real64:
+        raw(realText(v.real64));
+        return;
+    case CMPI_uint8:
+        raw(numberText(v.uint8));
+        return;
+    case CMPI_uint16:
+        raw(numberText(v.uint16));
+        return;
+    case CMPI_uint32:
+        raw(numberText(v.uint32));
+        return;
+    case CMPI_uint64:
+        raw(numberText(v.uint64));
+        return;
+    case CMPI_sint8:
+        raw(numberText(static_cast<int>(v.sint8)));
+        return;
+    case CMPI_sint16:
+        raw(numberText(v.sint16));
+        return;
+    case CMPI_sint32:
+        raw(numberText(v.sint32));
+        return;
+    case CMPI_sint64:
+        raw(numberText(v.sint64));
+        return;
+    case CMPI_string:
+        text(stringText(v.string));
+        return;
+    case CMPI_chars:
+        text(v.chars ? v.chars : "");
+        return;
+    case CMPI_dateTime:
+        if (v.dateTime && v.dateTime->ft)
+            text(stringText(v.dateTime->ft->getStringFormat(v.dateTime, nullptr)));
+        return;
+    case CMPI_instance: {
+        // An embedded instance travels as the escaped text of its own INSTANCE element.
+        std::string inner;
+        CimXmlWriter nested([&inner](std::string_view part) { inner.append(part); });
+        nested.instance(v.inst, nullptr);
+        nested.flush();
+        text(inner);
+        return;
+    }
+    default:
+        return;
+    }
+}
+
+void CimXmlWriter::valueElement(const CMPIData& data) {
+    if (isNull(data))
+        return;
+    if (!(data.type & CMPI_ARRAY)) {
+        if (data.type == CMPI_ref) {
+            valueReference(data.value.ref);
+            return;
+        }
+        openTag("VALUE");
+        scalarValue(data.type, data.value);
+        closeTag("VALUE");
+        return;
+    }
+    const CMPIArray* array = data.value.array;
+    const bool references = (data.type & ~CMPI_ARRAY) == CMPI_ref;
+    openTag(references ? "VALUE.REFARRAY" : "VALUE.ARRAY");
+    CMPICount n = array && array->ft ? array->ft->getSize(array, nullptr) : 0;
+    for (CMPICount i = 0; i < n; ++i) {
+        CMPIData element = array->ft->getElementAt(array, i, nullptr);
+        if (isNull(element)) {
+            raw("<VALUE.NULL/>");
+        } else if (references) {
+            valueReference(element.value.ref);
+        } else {
+            openTag("VALUE");
+            scalarValue(data.type & ~CMPI_ARRAY, element.value);
+            closeTag("VALUE");
+        }
+    }
+    closeTag(references ? "VALUE.REFARRAY" : "VALUE.ARRAY");
+}
+
+// ---- Instances --------------------------------------------------------------------------------
+
+void CimXmlWriter::property(std::string_view name, const CMPIData& data) {
+    const CMPIType element = data.type & ~CMPI_ARRAY;
+    if (data.type == CMPI_ref) {
+        raw("<PROPERTY.REFERENCE");
+        attribute("NAME", name);
+        buffer_ += '>';
+        valueElement(data);
+        closeTag("PROPERTY.REFERENCE");
+        return;
+    }
+    const bool array = (data.type & CMPI_ARRAY) != 0;
+    std::string_view tag = array ? "PROPERTY.ARRAY" : "PROPERTY";
+    buffer_ += '<';
+    raw(tag);
+    attribute("NAME", name);
+    if (element == CMPI_instance) {
+        raw(" TYPE=\"string\" EmbeddedObject=\"instance\"");
+    } else {
+        std::string_view type = typeName(element);
+        attribute("TYPE", type.empty() ? std::string_view("string") : type);
+    }
+    buffer_ += '>';
+    valueElement(data);
+    closeTag(tag);
+}
+
+void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::string>* properties) {
+    CMPIObjectPath* path = inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
+    raw("<INSTANCE");
+    attribute("CLASSNAME",
+              path && path->ft ? stringText(path->ft->getClassName(path, nullptr)) : std::string());
+    buffer_ += '>';
+    if (path && path->ft)
+        path->ft->release(path);
+    CMPICount n = inst && inst->ft ? inst->ft->getPropertyCount(inst, nullptr) : 0;
+    for (CMPICount i = 0; i < n; ++i) {
+        CMPIString* name = nullptr;
+        CMPIData value = inst->ft->getPropertyAt(inst, i, &name, nullptr);
+        std::string propertyName = stringText(name);
+        if (!propertyName.empty() && listed(properties, propertyName))
+            property(propertyName, value);
+    }
+    closeTag("INSTANCE");
+}
+
+void CimXmlWriter::namedInstance(const CMPIObjectPath* path, const CMPIInstance* inst,
+                                 const std::vector<std::string>* properties) {
+    openTag("VALUE.NAMEDINSTANCE");
+    instanceName(path);
+    instance(inst, properties);
+    closeTag("VALUE.NAMEDINSTANCE");
+    maybeFlush();
+}
+
+void CimXmlWriter::objectWithPath(const CMPIObjectPath* path, std::string_view host,
+                                  const CMPIInstance* inst,
+                                  const std::vector<std::string>* properties) {
+    openTag("VALUE.OBJECTWITHPATH");
+    instancePath(path, host);
+    instance(inst, properties);
+    closeTag("VALUE.OBJECTWITHPATH");
+    maybeFlush();
+}
+
+// ---- Classes and qualifiers -------------------------------------------------------------------
+
+void CimXmlWriter::qualifiers(const diaghost::CimQualifiers& qualifiers,
+                              const diaghost::ClassRepository& classes, std::string_view ns) {
+    for (const auto& [lowerName, value] : qualifiers) {
+        const diaghost::CimQualifierDecl* decl = classes.findQualifier(std::string(ns), lowerName);
+        const diaghost::CimTypeCode type = decl ? decl->type : CMPI_string;
+        const bool array = (type & CMPI_ARRAY) != 0;
+        raw("<QUALIFIER");
+        attribute("NAME", decl ? std::string_view(decl->name) : std::string_view(lowerName));
+        attribute("TYPE", typeName(type).empty() ? "string" : typeName(type));
+        buffer_ += '>';
+        if (array)
+            openTag("VALUE.ARRAY");
+        for (const std::string& element : qualifierElements(value, array)) {
+            openTag("VALUE");
+            if ((type & ~CMPI_ARRAY) == CMPI_boolean)
+                raw(diaghost::sameName(element, "false") ? "FALSE" : "TRUE");
+            else
+                text(element);
+            closeTag("VALUE");
+        }
+        if (array)
+            closeTag("VALUE.ARRAY");
+        closeTag("QUALIFIER");
+    }
+}
+
+void CimXmlWriter::cimClass(const diaghost::CimClass& cls, const diaghost::ClassRepository& classes,
+                            std::string_view ns, const ClassParts& parts) {
+    raw("<CLASS");
+    attribute("NAME", cls.name);
+    if (!cls.superclass.empty())
+        attribute("SUPERCLASS", cls.superclass);
+    buffer_ += '>';
+    if (parts.qualifiers)
+        qualifiers(cls.qualifiers, classes, ns);
+    auto origin = [&](const std::string& originClass) {
+        if (parts.classOrigin && !originClass.empty())
+            attribute("CLASSORIGIN", originClass);
+        if (!originClass.empty() && !diaghost::sameName(originClass, cls.name))
+            raw(" PROPAGATED=\"true\"");
+    };
+    auto inherited = [&](const std::string& originClass) {
+        return !originClass.empty() && !diaghost::sameName(originClass, cls.name);
+    };
+    for (const diaghost::CimProperty& p : cls.properties) {
+        if ((parts.localOnly && inherited(p.originClass)) || !listed(parts.properties, p.name))
+            continue;
+        const bool array = (p.type & CMPI_ARRAY) != 0;
+        std::string_view tag = p.type == CMPI_ref ? "PROPERTY.REFERENCE"
+                               : array            ? "PROPERTY.ARRAY"
+                                                  : "PROPERTY";
+        buffer_ += '<';
+        raw(tag);
+        attribute("NAME", p.name);
+        if (p.type == CMPI_ref) {
+            if (!p.refClass.empty())
+                attribute("REFERENCECLASS", p.refClass);
+        } else {
+            attribute("TYPE", typeName(p.type));
+        }
+        origin(p.originClass);
+        buffer_ += '>';
+        if (parts.qualifiers)
+            qualifiers(p.qualifiers, classes, ns);
+        if (p.hasDefault && p.defaultValue.kind != diaghost::LiteralKind::Null &&
+            p.type != CMPI_ref) {
+            if (array)
+                openTag("VALUE.ARRAY");
+            for (const std::string& element : p.defaultValue.elements) {
+                openTag("VALUE");
+                text(element);
+                closeTag("VALUE");
+            }
+            if (array)
+                closeTag("VALUE.ARRAY");
+        }
+        closeTag(tag);
+    }
+    for (const diaghost::CimMethod& m : cls.methods) {
+        if (parts.localOnly && inherited(m.originClass))
+            continue;
+        raw("<METHOD");
+        attribute("NAME", m.name);
+        if (!typeName(m.returnType).empty())
+            attribute("TYPE", typeName(m.returnType));
+        origin(m.originClass);
+        buffer_ += '>';
+        if (parts.qualifiers)
+            qualifiers(m.qualifiers, classes, ns);
+        for (const diaghost::CimParameter& param : m.parameters) {
+            const bool array = (param.type & CMPI_ARRAY) != 0;
+            const bool reference = (param.type & ~CMPI_ARRAY) == CMPI_ref;
+            std::string_view tag = reference
+                                       ? (array ? "PARAMETER.REFARRAY" : "PARAMETER.REFERENCE")
+                                   : array ? "PARAMETER.ARRAY"
+                                           : "PARAMETER";
+            buffer_ += '<';
+            raw(tag);
+            attribute("NAME", param.name);
+            if (reference) {
+                if (!param.refClass.empty())
+                    attribute("REFERENCECLASS", param.refClass);
+            } else {
+                attribute("TYPE", typeName(param.type));
+            }
+            buffer_ += '>';
+            if (parts.qualifiers)
+                qualifiers(param.qualifiers, classes, ns);
+            closeTag(tag);
+        }
+        closeTag("METHOD");
+    }
+    closeTag("CLASS");
+    maybeFlush();
+}
+
+void CimXmlWriter::qualifierDeclaration(const diaghost::CimQualifierDecl& decl) {
+    const bool array = (decl.type & CMPI_ARRAY) != 0;
+    raw("<QUALIFIER.DECLARATION");
+    attribute("NAME", decl.name);
+    attribute("TYPE", typeName(decl.type).empty() ? "string" : typeName(decl.type));
+    if (array)
+        raw(" ISARRAY=\"true\"");
+    for (const std::string& flavor : decl.flavor) {
+        if (flavor == "disableoverride")
+            raw(" OVERRIDABLE=\"false\"");
+        else if (flavor == "restricted")
+            raw(" TOSUBCLASS=\"false\"");
+        else if (flavor == "translatable")
+            raw(" TRANSLATABLE=\"true\"");
+    }
+    buffer_ += '>';
+    raw("<SCOPE");
+    static constexpr std::pair<std::string_view, std::string_view> scopes[] = {
+        {"class", "CLASS"},          {"association", "ASSOCIATION"}, {"reference", "REFERENCE"},
+        {"property", "PROPERTY"},    {"method", "METHOD"},           {"parameter", "PARAMETER"},
+        {"indication", "INDICATION"}};
+    bool any = false;
+    for (const std::string& s : decl.scope)
+        any = any || s == "any";
+    for (const auto& [word, attributeName] : scopes) {
+        bool in = any;
+        for (const std::string& s : decl.scope)
+            in = in || s == word;
+        if (in)
+            attribute(attributeName, "true");
+    }
+    raw("/>");
+    if (!decl.defaultText.empty()) {
+        if (array)
+            openTag("VALUE.ARRAY");
+        for (const std::string& element : qualifierElements(decl.defaultText, array)) {
+            openTag("VALUE");
+            text(element);
+            closeTag("VALUE");
+        }
+        if (array)
+            closeTag("VALUE.ARRAY");
+    }
+    closeTag("QUALIFIER.DECLARATION");
+    maybeFlush();
+}
+
+} // namespace diagserver

@@ -1,0 +1,110 @@
+// Writes CIM-XML, the DMTF representation of CIM messages and objects in XML, into a buffer that
+// is handed to a sink whenever it fills, so that a long answer never lies whole in memory. It
+// reads CMPI objects through their function tables only and classes from the host's repository.
+// Every text is escaped and the output is well-formed UTF-8 whatever the objects hold.
+#ifndef DIAGSERVER_CIMXMLWRITER_H
+#define DIAGSERVER_CIMXMLWRITER_H
+
+#include "host/mof/CimClass.h"
+
+#include <cmpidt.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace diaghost {
+class ClassRepository;
+} // namespace diaghost
+
+namespace diagserver {
+
+class CimXmlWriter {
+public:
+    using Sink = std::function<void(std::string_view)>;
+
+    // What of a class GetClass and EnumerateClasses answer.
+    struct ClassParts {
+        bool localOnly = false; // only what the class itself declares
+        bool qualifiers = true;
+        bool classOrigin = false;
+        const std::vector<std::string>* properties = nullptr; // null: every property
+    };
+
+    // `flushAt`: how many bytes gather before the sink is called; the sink may throw, and the
+    // exception leaves the writer as it is.
+    explicit CimXmlWriter(Sink sink, std::size_t flushAt = std::size_t{64} << 10);
+    CimXmlWriter(const CimXmlWriter&) = delete;
+    CimXmlWriter& operator=(const CimXmlWriter&) = delete;
+
+    // Hands what is buffered to the sink.
+    void flush();
+    // Bytes written so far, flushed or not.
+    std::uint64_t written() const { return written_ + buffer_.size(); }
+
+    // ---- The message around an answer.
+    void beginMessage(std::string_view messageId);
+    void endMessage();
+    void beginIMethodResponse(std::string_view name);
+    void endIMethodResponse();
+    void beginIReturnValue();
+    void endIReturnValue();
+    void beginMethodResponse(std::string_view name);
+    void endMethodResponse();
+    // A method's return value and its out parameters.
+    void returnValue(const CMPIData& value);
+    void paramValue(std::string_view name, const CMPIData& value);
+    // ERROR with the CIM status code and its description.
+    void error(unsigned code, std::string_view description);
+
+    // ---- Objects. `properties` null: every property; else only those named (any case).
+    void instance(const CMPIInstance* inst, const std::vector<std::string>* properties);
+    void instanceName(const CMPIObjectPath* path);
+    // INSTANCEPATH with the host (when the path or `host` names one) and the namespace.
+    void instancePath(const CMPIObjectPath* path, std::string_view host);
+    void localInstancePath(const CMPIObjectPath* path);
+    // VALUE.NAMEDINSTANCE: the instance's name and the instance.
+    void namedInstance(const CMPIObjectPath* path, const CMPIInstance* inst,
+                       const std::vector<std::string>* properties);
+    // VALUE.OBJECTWITHPATH: the full path and the instance.
+    void objectWithPath(const CMPIObjectPath* path, std::string_view host, const CMPIInstance* inst,
+                        const std::vector<std::string>* properties);
+    // OBJECTPATH holding the INSTANCEPATH.
+    void objectPath(const CMPIObjectPath* path, std::string_view host);
+    void className(std::string_view name);
+    void cimClass(const diaghost::CimClass& cls, const diaghost::ClassRepository& classes,
+                  std::string_view ns, const ClassParts& parts);
+    void qualifierDeclaration(const diaghost::CimQualifierDecl& decl);
+
+    // The CIM-XML type name of a CMPI type ("uint32", "string", "reference", ...), arrays by
+    // their element type; empty for types CIM-XML has no name for.
+    static std::string_view typeName(CMPIType type);
+
+private:
+    void raw(std::string_view text);
+    void text(std::string_view text);
+    void attribute(std::string_view name, std::string_view value);
+    void openTag(std::string_view name);
+    void closeTag(std::string_view name);
+    void maybeFlush();
+
+    void localNamespacePath(std::string_view ns);
+    void keyBinding(std::string_view name, const CMPIData& value);
+    void valueReference(const CMPIObjectPath* path);
+    void scalarValue(CMPIType type, const CMPIValue& value);
+    void valueElement(const CMPIData& data);
+    void property(std::string_view name, const CMPIData& data);
+    void qualifiers(const diaghost::CimQualifiers& qualifiers,
+                    const diaghost::ClassRepository& classes, std::string_view ns);
+
+    Sink sink_;
+    std::size_t flushAt_;
+    std::string buffer_;
+    std::uint64_t written_ = 0;
+};
+
+} // namespace diagserver
+
+#endif

@@ -1,0 +1,391 @@
+#include "server/WbemOperations.h"
+
+#include "host/Host.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/broker/CimValueCodec.h"
+#include "host/mof/ClassRepository.h"
+#include "host/text/CimNames.h"
+
+#include <cmpift.h>
+
+#include <exception>
+#include <optional>
+
+namespace diagserver {
+
+namespace {
+
+using diaghost::ClassRepository;
+using diaghost::Host;
+using diaghost::OperationResult;
+using Value = CimRequest::Value;
+
+// CIM status codes (the numbers the CMPI return codes share).
+constexpr unsigned cimFailed = 1;
+constexpr unsigned cimInvalidNamespace = 3;
+constexpr unsigned cimInvalidParameter = 4;
+constexpr unsigned cimInvalidClass = 5;
+constexpr unsigned cimNotFound = 6;
+constexpr unsigned cimNotSupported = 7;
+
+// A request that cannot be answered as asked; answered as an ERROR.
+struct Refusal {
+    unsigned code;
+    std::string description;
+};
+
+bool sameName(std::string_view a, std::string_view b) {
+    return diaghost::sameName(a, b);
+}
+
+// A boolean parameter: its value when sent, else the operation's default.
+bool flag(const CimRequest& request, std::string_view name, bool otherwise) {
+    const Value* v = request.param(name);
+    if (!v || v->kind == Value::Kind::Null)
+        return otherwise;
+    if (v->kind != Value::Kind::Text || (!sameName(v->text, "true") && !sameName(v->text, "false")))
+        throw Refusal{cimInvalidParameter, std::string(name) + " must be TRUE or FALSE"};
+    return sameName(v->text, "true");
+}
+
+// A string or class-name parameter; empty when not sent or NULL.
+std::string name(const CimRequest& request, std::string_view parameter) {
+    const Value* v = request.param(parameter);
+    if (!v || v->kind == Value::Kind::Null)
+        return {};
+    if (v->kind != Value::Kind::Text && v->kind != Value::Kind::ClassName)
+        throw Refusal{cimInvalidParameter, std::string(parameter) + " must be a name"};
+    return v->text;
+}
+
+// PropertyList: nothing when not sent or NULL (every property), else the names.
+std::optional<std::vector<std::string>> propertyList(const CimRequest& request) {
+    const Value* v = request.param("PropertyList");
+    if (!v || v->kind == Value::Kind::Null)
+        return std::nullopt;
+    if (v->kind == Value::Kind::TextArray)
+        return v->texts;
+    throw Refusal{cimInvalidParameter, "PropertyList must be an array of property names"};
+}
+
+} // namespace
+
+WbemOperations::WbemOperations(Host& host, std::string hostName)
+    : host_(host), hostName_(std::move(hostName)) {}
+
+unsigned WbemOperations::answer(const CimRequest& request, CimXmlWriter& out) {
+    out.beginMessage(request.messageId);
+    if (request.intrinsic)
+        out.beginIMethodResponse(request.method);
+    else
+        out.beginMethodResponse(request.method);
+    Outcome outcome;
+    try {
+        outcome = request.intrinsic ? intrinsic(request, out) : extrinsic(request, out);
+    } catch (const Refusal& refusal) {
+        outcome = Outcome{refusal.code, refusal.description};
+    } catch (const std::exception& e) {
+        outcome = Outcome{cimFailed, std::string("the operation failed: ") + e.what()};
+    } catch (...) {
+        outcome = Outcome{cimFailed, "the operation failed"};
+    }
+    if (outcome.code != 0)
+        out.error(outcome.code, outcome.description);
+    if (request.intrinsic)
+        out.endIMethodResponse();
+    else
+        out.endMethodResponse();
+    out.endMessage();
+    return outcome.code;
+}
+
+namespace {
+
+// The checks every operation on a class makes first.
+const diaghost::CimClass& knownClass(const ClassRepository& classes, const std::string& ns,
+                                     const std::string& className) {
+    if (classes.classCount(ns) == 0)
+        throw Refusal{cimInvalidNamespace, "namespace " + ns + " is not known"};
+    if (className.empty())
+        throw Refusal{cimInvalidParameter, "no class name given"};
+    const diaghost::CimClass* cls = classes.findClass(ns, className);
+    if (!cls)
+        throw Refusal{cimInvalidClass, "class " + className + " is not known in namespace " + ns};
+    return *cls;
+}
+
+// The instance path an operation names, made in the request's namespace within the caller's
+// call scope.
+CMPIObjectPath* instancePath(Host& host, const CimRequest& request, std::string_view parameter) {
+    const Value* v = request.param(parameter);
+    if (!v || v->kind != Value::Kind::InstanceName)
+        throw Refusal{cimInvalidParameter, std::string(parameter) + " must be an instance name"};
+    knownClass(host.classes(), request.nameSpace, v->path.className);
+    diaghost::ObjectPathText path = v->path;
+    path.nameSpace = request.nameSpace;
+    try {
+        return diaghost::CimValueCodec::pathFromText(host.broker(), path, request.nameSpace);
+    } catch (const std::exception& e) {
+        throw Refusal{cimInvalidParameter, e.what()};
+    }
+}
+
+// Properties an instance of `cls` answers when DeepInheritance is false: those the class itself
+// has, intersected with the property list when one is given.
+std::vector<std::string> ownProperties(const diaghost::CimClass& cls,
+                                       const std::optional<std::vector<std::string>>& list) {
+    std::vector<std::string> out;
+    for (const diaghost::CimProperty& p : cls.properties) {
+        bool wanted = !list;
+        for (std::size_t i = 0; list && i < list->size() && !wanted; ++i)
+            wanted = sameName((*list)[i], p.name);
+        if (wanted)
+            out.push_back(p.name);
+    }
+    return out;
+}
+
+} // namespace
+
+WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, CimXmlWriter& out) {
+    const std::string& op = request.method;
+    const std::string& ns = request.nameSpace;
+    const ClassRepository& classes = host_.classes();
+    auto failed = [](const OperationResult& result) {
+        return Outcome{static_cast<unsigned>(result.status.rc), result.status.message};
+    };
+
+    if (sameName(op, "EnumerateInstances") || sameName(op, "EnumerateInstanceNames")) {
+        const std::string className = name(request, "ClassName");
+        const diaghost::CimClass& cls = knownClass(classes, ns, className);
+        const bool names = sameName(op, "EnumerateInstanceNames");
+        std::optional<std::vector<std::string>> list = names ? std::nullopt : propertyList(request);
+        if (!names && !flag(request, "DeepInheritance", true))
+            list = ownProperties(cls, list);
+        OperationResult result = names  ? host_.enumerateInstanceNames(ns, cls.name)
+                                 : list ? host_.enumerateInstances(ns, cls.name, *list)
+                                        : host_.enumerateInstances(ns, cls.name);
+        if (!result.ok())
+            return failed(result);
+        const std::vector<std::string>* filter = list ? &*list : nullptr;
+        out.beginIReturnValue();
+        if (names) {
+            for (const CMPIObjectPath* path : result.paths())
+                out.instanceName(path);
+        } else {
+            for (const CMPIInstance* inst : result.instances()) {
+                CMPIObjectPath* path = inst->ft->getObjectPath(inst, nullptr);
+                out.namedInstance(path, inst, filter);
+                if (path)
+                    path->ft->release(path);
+            }
+        }
+        out.endIReturnValue();
+        return {};
+    }
+
+    if (sameName(op, "GetInstance")) {
+        std::optional<std::vector<std::string>> list = propertyList(request);
+        diaghost::CallScope scope(host_.broker());
+        CMPIObjectPath* path = instancePath(host_, request, "InstanceName");
+        OperationResult result =
+            list ? host_.getInstance(host_.pathText(path), *list) : host_.getInstance(path);
+        if (!result.ok())
+            return failed(result);
+        if (!result.instance())
+            return Outcome{cimNotFound, "no such instance"};
+        out.beginIReturnValue();
+        out.instance(result.instance(), list ? &*list : nullptr);
+        out.endIReturnValue();
+        return {};
+    }
+
+    const bool associators = sameName(op, "Associators") || sameName(op, "AssociatorNames");
+    const bool references = sameName(op, "References") || sameName(op, "ReferenceNames");
+    if (associators || references) {
+        const bool names = sameName(op, "AssociatorNames") || sameName(op, "ReferenceNames");
+        const Value* object = request.param("ObjectName");
+        if (object && object->kind == Value::Kind::ClassName)
+            return Outcome{cimNotSupported, op + " on a class is not served"};
+        std::optional<std::vector<std::string>> list = names ? std::nullopt : propertyList(request);
+        diaghost::CallScope scope(host_.broker());
+        CMPIObjectPath* path = instancePath(host_, request, "ObjectName");
+        const std::string resultClass = name(request, "ResultClass");
+        const std::string role = name(request, "Role");
+        OperationResult result =
+            associators
+                ? (names ? host_.associatorNames(path, name(request, "AssocClass"), resultClass,
+                                                 role, name(request, "ResultRole"))
+                         : host_.associators(path, name(request, "AssocClass"), resultClass, role,
+                                             name(request, "ResultRole")))
+                : (names ? host_.referenceNames(path, resultClass, role)
+                         : host_.references(path, resultClass, role));
+        if (!result.ok())
+            return failed(result);
+        out.beginIReturnValue();
+        if (names) {
+            for (const CMPIObjectPath* p : result.paths())
+                out.objectPath(p, hostName_);
+        } else {
+            for (const CMPIInstance* inst : result.instances()) {
+                CMPIObjectPath* p = inst->ft->getObjectPath(inst, nullptr);
+                out.objectWithPath(p, hostName_, inst, list ? &*list : nullptr);
+                if (p)
+                    p->ft->release(p);
+            }
+        }
+        out.endIReturnValue();
+        return {};
+    }
+
+    if (sameName(op, "GetClass")) {
+        const diaghost::CimClass& cls = knownClass(classes, ns, name(request, "ClassName"));
+        std::optional<std::vector<std::string>> list = propertyList(request);
+        CimXmlWriter::ClassParts parts;
+        parts.localOnly = flag(request, "LocalOnly", true);
+        parts.qualifiers = flag(request, "IncludeQualifiers", true);
+        parts.classOrigin = flag(request, "IncludeClassOrigin", false);
+        parts.properties = list ? &*list : nullptr;
+        out.beginIReturnValue();
+        out.cimClass(cls, classes, ns, parts);
+        out.endIReturnValue();
+        return {};
+    }
+
+    if (sameName(op, "EnumerateClasses") || sameName(op, "EnumerateClassNames")) {
+        if (classes.classCount(ns) == 0)
+            throw Refusal{cimInvalidNamespace, "namespace " + ns + " is not known"};
+        const std::string base = name(request, "ClassName");
+        const bool deep = flag(request, "DeepInheritance", false);
+        std::vector<std::string> selected;
+        if (!base.empty())
+            knownClass(classes, ns, base);
+        for (const std::string& candidate :
+             base.empty() ? classes.classNames(ns) : classes.subclassNames(ns, base)) {
+            const diaghost::CimClass* cls = classes.findClass(ns, candidate);
+            if (!cls)
+                continue;
+            // Without DeepInheritance only the direct children (or the root classes).
+            if (deep || (base.empty() ? cls->superclass.empty() : sameName(cls->superclass, base)))
+                selected.push_back(cls->name);
+        }
+        const bool names = sameName(op, "EnumerateClassNames");
+        CimXmlWriter::ClassParts parts;
+        parts.localOnly = flag(request, "LocalOnly", true);
+        parts.qualifiers = flag(request, "IncludeQualifiers", true);
+        parts.classOrigin = flag(request, "IncludeClassOrigin", false);
+        out.beginIReturnValue();
+        for (const std::string& className : selected) {
+            if (names)
+                out.className(className);
+            else
+                out.cimClass(*classes.findClass(ns, className), classes, ns, parts);
+        }
+        out.endIReturnValue();
+        return {};
+    }
+
+    if (sameName(op, "GetQualifier")) {
+        if (classes.classCount(ns) == 0)
+            throw Refusal{cimInvalidNamespace, "namespace " + ns + " is not known"};
+        const std::string qualifier = name(request, "QualifierName");
+        const diaghost::CimQualifierDecl* decl = classes.findQualifier(ns, qualifier);
+        if (!decl)
+            return Outcome{cimNotFound, "qualifier " + qualifier + " is not declared in " + ns};
+        out.beginIReturnValue();
+        out.qualifierDeclaration(*decl);
+        out.endIReturnValue();
+        return {};
+    }
+
+    return Outcome{cimNotSupported, op + " is not supported"};
+}
+
+WbemOperations::Outcome WbemOperations::extrinsic(const CimRequest& request, CimXmlWriter& out) {
+    const ClassRepository& classes = host_.classes();
+    const std::string& ns = request.nameSpace;
+    const diaghost::CimClass& cls = knownClass(classes, ns, request.target.className);
+    const diaghost::CimMethod* method = cls.findMethod(request.method);
+    if (!method)
+        return Outcome{17, "class " + cls.name + " has no method " + request.method};
+
+    diaghost::CallScope scope(host_.broker());
+    diaghost::Broker& broker = host_.broker();
+    Host::Arguments args;
+    for (const auto& [given, value] : request.params) {
+        const diaghost::CimParameter* declared = nullptr;
+        for (const diaghost::CimParameter& p : method->parameters)
+            if (sameName(p.name, given))
+                declared = &p;
+        if (!declared)
+            throw Refusal{cimInvalidParameter,
+                          "method " + method->name + " has no parameter " + given};
+        CMPIData data{};
+        try {
+            switch (value.kind) {
+            case Value::Kind::Null:
+                data.type = declared->type;
+                data.state = CMPI_nullValue;
+                break;
+            case Value::Kind::Text:
+                data = diaghost::CimValueCodec::fromLiteral(broker, diaghost::LiteralKind::String,
+                                                            value.text, declared->type, ns);
+                break;
+            case Value::Kind::TextArray: {
+                diaghost::MofValue array;
+                array.kind = diaghost::LiteralKind::String;
+                array.array = true;
+                array.elements = value.texts;
+                data = diaghost::CimValueCodec::fromMof(broker, array, declared->type, ns);
+                break;
+            }
+            case Value::Kind::InstanceName: {
+                if (declared->type != CMPI_ref)
+                    throw Refusal{cimInvalidParameter, given + " is not a reference parameter"};
+                diaghost::ObjectPathText path = value.path;
+                if (path.nameSpace.empty())
+                    path.nameSpace = ns;
+                data.type = CMPI_ref;
+                data.state = CMPI_goodValue;
+                data.value.ref = diaghost::CimValueCodec::pathFromText(broker, path, ns);
+                break;
+            }
+            default:
+                throw Refusal{cimInvalidParameter, given + " has a value of a kind not served"};
+            }
+        } catch (const Refusal&) {
+            throw;
+        } catch (const std::exception& e) {
+            throw Refusal{cimInvalidParameter, given + ": " + e.what()};
+        }
+        args.emplace_back(declared->name, data);
+    }
+
+    diaghost::ObjectPathText target = request.target;
+    target.nameSpace = ns;
+    CMPIObjectPath* path = nullptr;
+    try {
+        path = diaghost::CimValueCodec::pathFromText(broker, target, ns);
+    } catch (const std::exception& e) {
+        throw Refusal{cimInvalidParameter, e.what()};
+    }
+    OperationResult result = host_.invokeMethod(path, method->name, args);
+    if (!result.ok())
+        return Outcome{static_cast<unsigned>(result.status.rc), result.status.message};
+    out.returnValue(result.returnValue());
+    if (const CMPIArgs* outArgs = result.outArgs()) {
+        CMPICount n = outArgs->ft->getArgCount(outArgs, nullptr);
+        for (CMPICount i = 0; i < n; ++i) {
+            CMPIString* argName = nullptr;
+            CMPIData value = outArgs->ft->getArgAt(outArgs, i, &argName, nullptr);
+            const char* text =
+                argName && argName->ft ? argName->ft->getCharPtr(argName, nullptr) : nullptr;
+            if (text)
+                out.paramValue(text, value);
+        }
+    }
+    return {};
+}
+
+} // namespace diagserver

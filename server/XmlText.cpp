@@ -1,0 +1,91 @@
+#include "server/XmlText.h"
+
+#include <cstdint>
+
+namespace diagserver {
+
+namespace {
+
+constexpr std::string_view replacement = "\xEF\xBF\xBD"; // U+FFFD
+
+// The length of the well-formed UTF-8 sequence at text[i] that XML may carry; 0 when there is
+// none (a stray continuation byte, an overlong form, a surrogate, past U+10FFFF, cut short, or a
+// character XML 1.0 excludes).
+std::size_t sequenceAt(std::string_view text, std::size_t i) {
+    const auto b0 = static_cast<unsigned char>(text[i]);
+    if (b0 < 0x80)
+        return (b0 >= 0x20 || b0 == '\t' || b0 == '\n' || b0 == '\r') ? 1 : 0;
+    std::size_t length = 0;
+    std::uint32_t cp = 0;
+    if (b0 >= 0xC2 && b0 <= 0xDF) {
+        length = 2;
+        cp = b0 & 0x1Fu;
+    } else if (b0 >= 0xE0 && b0 <= 0xEF) {
+        length = 3;
+        cp = b0 & 0x0Fu;
+    } else if (b0 >= 0xF0 && b0 <= 0xF4) {
+        length = 4;
+        cp = b0 & 0x07u;
+    } else {
+        return 0;
+    }
+    if (i + length > text.size())
+        return 0;
+    for (std::size_t k = 1; k < length; ++k) {
+        const auto b = static_cast<unsigned char>(text[i + k]);
+        if ((b & 0xC0) != 0x80)
+            return 0;
+        cp = (cp << 6) | (b & 0x3Fu);
+    }
+    const bool overlong = (length == 3 && cp < 0x800) || (length == 4 && cp < 0x10000);
+    const bool excluded =
+        (cp >= 0xD800 && cp <= 0xDFFF) || cp == 0xFFFE || cp == 0xFFFF || cp > 0x10FFFF;
+    return overlong || excluded ? 0 : length;
+}
+
+const char* entityFor(char c) {
+    switch (c) {
+    case '&':
+        return "&amp;";
+    case '<':
+        return "&lt;";
+    case '>':
+        return "&gt;";
+    case '"':
+        return "&quot;";
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+void XmlText::appendEscaped(std::string& out, std::string_view text) {
+    std::size_t from = 0;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        const char* entity = entityFor(text[i]);
+        const std::size_t length = entity ? 1 : sequenceAt(text, i);
+        if (!entity && length > 0) {
+            i += length;
+            continue;
+        }
+        out.append(text.data() + from, i - from);
+        out += entity ? std::string_view(entity) : replacement;
+        ++i;
+        from = i;
+    }
+    out.append(text.data() + from, text.size() - from);
+}
+
+bool XmlText::isClean(std::string_view text) {
+    for (std::size_t i = 0; i < text.size();) {
+        const std::size_t length = sequenceAt(text, i);
+        if (length == 0)
+            return false;
+        i += length;
+    }
+    return true;
+}
+
+} // namespace diagserver

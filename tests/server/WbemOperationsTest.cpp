@@ -1,0 +1,219 @@
+// CIM operations as a WBEM client sends them, answered from the shipped providers: the message
+// each one gets back, and the CIM errors for what cannot be answered.
+#include "server/WbemOperations.h"
+
+#include "../providers/ProviderTestSupport.h"
+
+#include "host/broker/CallScope.h"
+#include "host/text/ObjectPathText.h"
+
+#include <cmpift.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using diaghost::ObjectPathText;
+using diagserver::CimRequest;
+using diagserver::CimXmlWriter;
+using diagserver::WbemOperations;
+using Kind = CimRequest::Value::Kind;
+
+class WbemOperationsTest : public ::testing::Test {
+protected:
+    // The whole response message to a request.
+    std::string answer(const CimRequest& request, unsigned* code = nullptr) {
+        std::string out;
+        CimXmlWriter writer([&](std::string_view piece) { out.append(piece); });
+        unsigned answered = operations.answer(request, writer);
+        if (code)
+            *code = answered;
+        return out;
+    }
+
+    static CimRequest intrinsic(const std::string& method) {
+        CimRequest r;
+        r.messageId = "1001";
+        r.method = method;
+        r.nameSpace = "root/cimv2";
+        return r;
+    }
+
+    static void add(CimRequest& r, const std::string& name, Kind kind, const std::string& text) {
+        CimRequest::Value v;
+        v.kind = kind;
+        v.text = text;
+        r.params.emplace_back(name, v);
+    }
+
+    static void addPath(CimRequest& r, const std::string& name, const std::string& pathText) {
+        CimRequest::Value v;
+        v.kind = Kind::InstanceName;
+        v.path = ObjectPathText::parse(pathText);
+        r.params.emplace_back(name, v);
+    }
+
+    static std::size_t count(const std::string& text, const std::string& what) {
+        std::size_t n = 0;
+        for (std::size_t at = text.find(what); at != std::string::npos;
+             at = text.find(what, at + 1))
+            ++n;
+        return n;
+    }
+
+    // The service and element of the first file-system association, as path text.
+    std::pair<std::string, std::string> serviceAndElement() {
+        diaghost::CallScope scope(host.broker());
+        auto result = host.enumerateInstances("root/cimv2", "ZORQ_FSAvailableDiagService");
+        EXPECT_TRUE(result.ok() && !result.instances().empty());
+        const CMPIInstance* assoc = result.instances().front();
+        CMPIData service = assoc->ft->getProperty(assoc, "ServiceProvided", nullptr);
+        CMPIData element = assoc->ft->getProperty(assoc, "UserOfService", nullptr);
+        return {host.pathText(service.value.ref), host.pathText(element.value.ref)};
+    }
+
+    zorqtest::Host& host = zorqtest::sharedHost();
+    WbemOperations operations{host};
+};
+
+TEST_F(WbemOperationsTest, EnumerationsAnswerEveryInstanceAsTheOperationAsks) {
+    CimRequest names = intrinsic("EnumerateInstanceNames");
+    add(names, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
+    unsigned code = 99;
+    std::string out = answer(names, &code);
+    EXPECT_EQ(0u, code);
+    const std::size_t expected =
+        host.enumerateInstanceNames("root/cimv2", "ZORQ_FSDiagService").paths().size();
+    ASSERT_GT(expected, 0u);
+    EXPECT_NE(std::string::npos,
+              out.find("<IMETHODRESPONSE NAME=\"EnumerateInstanceNames\">"
+                       "<IRETURNVALUE><INSTANCENAME CLASSNAME=\"ZORQ_FSDiagService\">"));
+    EXPECT_EQ(expected, count(out, "<INSTANCENAME "));
+    EXPECT_NE(
+        std::string::npos,
+        out.find("<KEYBINDING NAME=\"Name\"><KEYVALUE VALUETYPE=\"string\" TYPE=\"string\">"));
+
+    CimRequest full = intrinsic("EnumerateInstances");
+    add(full, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
+    CimRequest::Value list;
+    list.kind = Kind::TextArray;
+    list.texts = {"ElementName", "name"};
+    full.params.emplace_back("PropertyList", list);
+    out = answer(full);
+    EXPECT_EQ(expected, count(out, "<VALUE.NAMEDINSTANCE>"));
+    EXPECT_EQ(expected, count(out, "<PROPERTY NAME=\"ElementName\" TYPE=\"string\">"));
+    EXPECT_EQ(expected, count(out, "<PROPERTY NAME=\"Name\" TYPE=\"string\">"));
+    EXPECT_EQ(std::string::npos, out.find("<PROPERTY NAME=\"Caption\""));
+}
+
+TEST_F(WbemOperationsTest, WhatCannotBeAnsweredGetsItsCimError) {
+    struct Case {
+        std::string method;
+        std::string ns;
+        std::string className;
+        unsigned code;
+    };
+    for (const Case& c : {Case{"EnumerateInstances", "root/nowhere", "ZORQ_FSDiagService", 3},
+                          Case{"EnumerateInstances", "root/cimv2", "ZORQ_NoSuchClass", 5},
+                          Case{"GetClass", "root/cimv2", "", 4},
+                          Case{"CreateInstance", "root/cimv2", "ZORQ_FSDiagService", 7},
+                          Case{"OpenEnumerateInstances", "root/cimv2", "ZORQ_FSDiagService", 7}}) {
+        SCOPED_TRACE(c.method + " " + c.ns + " " + c.className);
+        CimRequest r = intrinsic(c.method);
+        r.nameSpace = c.ns;
+        add(r, "ClassName", Kind::ClassName, c.className);
+        unsigned code = 0;
+        std::string out = answer(r, &code);
+        EXPECT_EQ(c.code, code);
+        EXPECT_NE(std::string::npos, out.find("<ERROR CODE=\"" + std::to_string(c.code) + "\""))
+            << out;
+        EXPECT_EQ(std::string::npos, out.find("<IRETURNVALUE>"));
+    }
+    CimRequest badFlag = intrinsic("EnumerateInstances");
+    add(badFlag, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
+    add(badFlag, "DeepInheritance", Kind::Text, "perhaps");
+    unsigned code = 0;
+    answer(badFlag, &code);
+    EXPECT_EQ(4u, code);
+
+    CimRequest missing = intrinsic("GetInstance");
+    addPath(missing, "InstanceName",
+            "ZORQ_FSDiagService.CreationClassName=\"ZORQ_FSDiagService\",Name=\"none\","
+            "SystemCreationClassName=\"x\",SystemName=\"y\"");
+    // The core's own answer to a get that misses reaches the client as it is.
+    std::string out = answer(missing, &code);
+    EXPECT_EQ(1u, code);
+    EXPECT_NE(std::string::npos, out.find("<ERROR CODE=\"1\" DESCRIPTION=\"")) << out;
+}
+
+TEST_F(WbemOperationsTest, RunDiagnosticAsAMethodCallReturnsTheTestsValueAndLeavesARecord) {
+    auto [service, element] = serviceAndElement();
+    const std::size_t before =
+        host.enumerateInstanceNames("root/cimv2", "ZORQ_FSDiagRecord").paths().size();
+    CimRequest call;
+    call.messageId = "7";
+    call.intrinsic = false;
+    call.method = "RunDiagnostic";
+    call.nameSpace = "root/cimv2";
+    call.target = ObjectPathText::parse(service);
+    addPath(call, "ManagedElement", element);
+    unsigned code = 99;
+    std::string out = answer(call, &code);
+    EXPECT_EQ(0u, code) << out;
+    EXPECT_NE(std::string::npos, out.find("<METHODRESPONSE NAME=\"RunDiagnostic\"><RETURNVALUE "
+                                          "PARAMTYPE=\"uint32\"><VALUE>"))
+        << out;
+    EXPECT_EQ(before + 1,
+              host.enumerateInstanceNames("root/cimv2", "ZORQ_FSDiagRecord").paths().size());
+
+    call.params.clear();
+    add(call, "NoSuchParameter", Kind::Text, "1");
+    answer(call, &code);
+    EXPECT_EQ(4u, code);
+}
+
+TEST_F(WbemOperationsTest, AssociationsAnswerObjectsWithTheirFullPaths) {
+    auto [service, element] = serviceAndElement();
+    CimRequest r = intrinsic("AssociatorNames");
+    addPath(r, "ObjectName", element);
+    add(r, "AssocClass", Kind::ClassName, "ZORQ_FSAvailableDiagService");
+    std::string out = answer(r);
+    EXPECT_NE(std::string::npos, out.find("<OBJECTPATH><INSTANCEPATH><NAMESPACEPATH><HOST>"))
+        << out;
+    EXPECT_NE(std::string::npos, out.find("<LOCALNAMESPACEPATH><NAMESPACE NAME=\"root\"/>"
+                                          "<NAMESPACE NAME=\"cimv2\"/></LOCALNAMESPACEPATH>"));
+    // The association's own references come back as references.
+    r.method = "Associators";
+    out = answer(r);
+    EXPECT_NE(std::string::npos, out.find("<VALUE.OBJECTWITHPATH>")) << out;
+    EXPECT_NE(std::string::npos,
+              out.find("<PROPERTY.REFERENCE NAME=\"ServiceProvided\"><VALUE.REFERENCE>"));
+}
+
+TEST_F(WbemOperationsTest, ClassesAnswerFromTheRepository) {
+    CimRequest get = intrinsic("GetClass");
+    add(get, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
+    add(get, "LocalOnly", Kind::Text, "false");
+    std::string out = answer(get);
+    EXPECT_NE(std::string::npos,
+              out.find("<CLASS NAME=\"ZORQ_FSDiagService\" SUPERCLASS=\"CIM_DiagnosticService\">"));
+    EXPECT_NE(std::string::npos, out.find("<METHOD NAME=\"RunDiagnostic\" TYPE=\"uint32\""));
+    EXPECT_NE(std::string::npos, out.find("<PARAMETER.REFERENCE NAME=\"ManagedElement\""));
+
+    CimRequest names = intrinsic("EnumerateClassNames");
+    add(names, "ClassName", Kind::ClassName, "CIM_DiagnosticService");
+    add(names, "DeepInheritance", Kind::Text, "TRUE");
+    out = answer(names);
+    EXPECT_NE(std::string::npos, out.find("<CLASSNAME NAME=\"ZORQ_FSDiagService\"/>"));
+    EXPECT_NE(std::string::npos, out.find("<CLASSNAME NAME=\"ZORQ_NetDiagService\"/>"));
+
+    CimRequest qualifier = intrinsic("GetQualifier");
+    add(qualifier, "QualifierName", Kind::Text, "Key");
+    out = answer(qualifier);
+    EXPECT_NE(std::string::npos, out.find("<QUALIFIER.DECLARATION NAME=\"Key\" TYPE=\"boolean\""))
+        << out;
+}
+
+} // namespace
