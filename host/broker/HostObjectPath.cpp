@@ -47,47 +47,23 @@ CMPIObjectPath* pathClone(const CMPIObjectPath* op, CMPIStatus* rc) {
     });
 }
 
-CMPIStatus pathSetNameSpace(CMPIObjectPath* op, const char* ns) {
+// A text field's setter and getter in the function table.
+template <void (HostObjectPath::*set)(const char*)>
+CMPIStatus pathSetText(CMPIObjectPath* op, const char* text) {
     return CmpiCall::guardStatus([&] {
         HostObjectPath* self = HostObjectPath::from(op);
         if (!self)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->setNameSpace(ns);
+        (self->*set)(text);
         return CmpiCall::status(CMPI_RC_OK);
     });
 }
 
-CMPIString* pathGetNameSpace(const CMPIObjectPath* op, CMPIStatus* rc) {
+template <const std::string& (HostObjectPath::*get)() const>
+CMPIString* pathGetText(const CMPIObjectPath* op, CMPIStatus* rc) {
     return CmpiCall::guard(rc, static_cast<CMPIString*>(nullptr), [&]() -> CMPIString* {
         HostObjectPath* self = checked(op, rc);
-        return self ? scopedString(*self, self->nameSpace()) : nullptr;
-    });
-}
-
-CMPIStatus pathSetHostname(CMPIObjectPath* op, const char* hn) {
-    return CmpiCall::guardStatus([&] {
-        HostObjectPath* self = HostObjectPath::from(op);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->setHost(hn);
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
-CMPIString* pathGetHostname(const CMPIObjectPath* op, CMPIStatus* rc) {
-    return CmpiCall::guard(rc, static_cast<CMPIString*>(nullptr), [&]() -> CMPIString* {
-        HostObjectPath* self = checked(op, rc);
-        return self ? scopedString(*self, self->host()) : nullptr;
-    });
-}
-
-CMPIStatus pathSetClassName(CMPIObjectPath* op, const char* cn) {
-    return CmpiCall::guardStatus([&] {
-        HostObjectPath* self = HostObjectPath::from(op);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->setClassName(cn);
-        return CmpiCall::status(CMPI_RC_OK);
+        return self ? scopedString(*self, (self->*get)()) : nullptr;
     });
 }
 
@@ -216,11 +192,11 @@ CMPIString* pathToString(const CMPIObjectPath* op, CMPIStatus* rc) {
 CMPIObjectPathFT pathTable = {CMPIVersion200,
                               CmpiCall::release<HostObjectPath, CMPIObjectPath>,
                               pathClone,
-                              pathSetNameSpace,
-                              pathGetNameSpace,
-                              pathSetHostname,
-                              pathGetHostname,
-                              pathSetClassName,
+                              pathSetText<&HostObjectPath::setNameSpace>,
+                              pathGetText<&HostObjectPath::nameSpace>,
+                              pathSetText<&HostObjectPath::setHost>,
+                              pathGetText<&HostObjectPath::host>,
+                              pathSetText<&HostObjectPath::setClassName>,
                               pathGetClassName,
                               pathAddKey,
                               pathGetKey,
