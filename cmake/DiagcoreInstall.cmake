@@ -4,9 +4,35 @@
 include(CMakePackageConfigHelpers)
 
 set(DIAGCORE_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/diagcore)
-foreach(dir common instance builder diag factory entry)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${dir} DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}
-          FILES_MATCHING PATTERN "*.h")
+# What a provider library is written against: the model classes, the registry, the factories,
+# the entry functions and the provider macro, the constants, and the headers these include. Each
+# compiles alone, and everything they declare is exported by libdiagcore.so (the install tests
+# check both); the core's own helpers stay out, so they can change without breaking a provider.
+set(DIAGCORE_PUBLIC_HEADERS
+    common/Constants.h
+    common/Export.h
+    common/LogMirror.h
+    common/ProviderScope.h
+    common/Version.h
+    instance/CMPIUtil.h
+    instance/InstanceImpl.h
+    instance/InstanceRegistry.h
+    instance/SystemIdentity.h
+    diag/AvailableDiagnosticService.h
+    diag/DiagnosticRecord.h
+    diag/DiagService.h
+    diag/DiagServiceCapabilitiesData.h
+    diag/DiagServiceSettingData.h
+    diag/DiagUser.h
+    diag/UseOfLog.h
+    factory/AvailServiceFactory.h
+    factory/ServiceFactory.h
+    entry/DiagProvider.h
+    entry/DiagServiceProviderCommon.h
+    entry/ProviderStartup.h)
+foreach(header IN LISTS DIAGCORE_PUBLIC_HEADERS)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${DIAGCORE_INSTALL_INCLUDEDIR}/${folder})
 endforeach()
 
 # A distribution's CMPI headers stay where they are; headers inside this tree (the bundled ones,

@@ -1,8 +1,13 @@
 #!/usr/bin/env bash
 # usage: check-install.sh build-against BUILD_DIR SAMPLE_DIR CXX
+#        check-install.sh headers BUILD_DIR CXX [CLANGXX PYTHON]
 #        check-install.sh deploy BUILD_DIR CONFIGURED_LIBDIR
 # build-against: installs into a temporary prefix, builds a small out-of-tree provider against it
 # through find_package(diagcore) and through pkg-config, and runs the installed diagctl.
+# headers: compiles each installed header alone, warnings as errors, against the installed include
+# folder and CMPI headers; then has clang list every function and static data member the headers
+# declare and leave to the library, and checks that the installed libdiagcore.so exports each.
+# Without CLANGXX or PYTHON only the first part runs, and the check ends as skipped (77).
 # deploy: checks where the provider libraries find libdiagcore.so.0 once they are copied out of
 # the install tree into an object manager's provider directory, and what the Debian package holds.
 set -euo pipefail
@@ -59,6 +64,43 @@ if [[ "$mode" == build-against ]]; then
 
     # The installed diagctl finds the installed classes, registrations and providers on its own.
     "$prefix/bin/diagctl" enum ZORQ_FSDiagService --names | grep 'Name="FileSystemHealth"' >/dev/null
+    exit 0
+fi
+
+if [[ "$mode" == headers ]]; then
+    cxx="$3"; clangxx="${4:-}"; python="${5:-}"
+    include="$prefix/include/diagcore"
+    export PKG_CONFIG_PATH="$libdir/pkgconfig"
+    read -ra cflags <<<"$(pkg-config --cflags diagcore)"
+    mapfile -t headers < <(cd "$include" && find . -path ./cmpi -prune -o -name '*.h' -print |
+        sed 's|^\./||' | sort)
+    ((${#headers[@]} > 0)) || fail "no headers installed under $include"
+
+    mkdir "$work/alone"
+    for header in "${headers[@]}"; do
+        unit="$work/alone/${header//\//_}.cpp"
+        printf '#include "%s"\n' "$header" >"$unit"
+        "$cxx" -std=c++17 -Wall -Wextra -Werror "${cflags[@]}" -c "$unit" -o "${unit%.cpp}.o" ||
+            fail "$header does not compile on its own"
+    done
+
+    if [[ -z "$clangxx" || -z "$python" ]]; then
+        echo "check-install: not checked: the exports (needs clang++ and python3)"
+        exit 77
+    fi
+    printf '#include "%s"\n' "${headers[@]}" >"$work/all.cpp"
+    "$clangxx" -std=c++17 -fsyntax-only "${cflags[@]}" -Xclang -ast-dump=json "$work/all.cpp" \
+        >"$work/ast.json"
+    "$python" "$(dirname "$0")/library-declarations.py" "$include" "$include/cmpi" \
+        <"$work/ast.json" >"$work/declared"
+    [[ -s "$work/declared" ]] || fail "clang found nothing the headers declare"
+    nm -D --defined-only "$libdir/libdiagcore.so.0" | awk '{ print $NF }' >"$work/exported"
+    missing="$(awk -F '\t' 'NR == FNR { exported[$1] = 1; next } !($1 in exported)' \
+        "$work/exported" "$work/declared")"
+    if [[ -n "$missing" ]]; then
+        c++filt <<<"$missing" >&2
+        fail "libdiagcore.so does not export what the installed headers above declare"
+    fi
     exit 0
 fi
 
