@@ -28,6 +28,7 @@ set(DIAGCORE_PUBLIC_HEADERS
     factory/AvailServiceFactory.h
     factory/ServiceFactory.h
     entry/DiagProvider.h
+    entry/DiagProviderFunctions.h
     entry/DiagServiceProviderCommon.h
     entry/ProviderStartup.h)
 foreach(header IN LISTS DIAGCORE_PUBLIC_HEADERS)

@@ -7,30 +7,38 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <set>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace NQORVA20::providers {
 
 namespace {
 
+// The type lists are constant arrays: loading the library builds nothing that could fail.
+
 // The kernel's own views and interfaces: nothing on them is stored on a device.
-const std::set<std::string> pseudoTypes = {
+constexpr std::string_view pseudoTypes[] = {
     "proc",      "sysfs",      "devtmpfs",        "devpts",      "mqueue",     "debugfs",
     "tracefs",   "securityfs", "pstore",          "bpf",         "configfs",   "fusectl",
     "hugetlbfs", "autofs",     "binfmt_misc",     "nsfs",        "rpc_pipefs", "efivarfs",
     "selinuxfs", "cpuset",     "fuse.gvfsd-fuse", "fuse.portal", "ramfs"};
 // File systems served by another machine.
-const std::set<std::string> networkTypes = {"cifs",   "sshfs",     "fuse.sshfs",     "9p",
-                                            "ceph",   "glusterfs", "fuse.glusterfs", "afs",
-                                            "lustre", "davfs",     "fuse.davfs2",    "ncpfs"};
+constexpr std::string_view networkTypes[] = {"cifs",   "sshfs",     "fuse.sshfs",     "9p",
+                                             "ceph",   "glusterfs", "fuse.glusterfs", "afs",
+                                             "lustre", "davfs",     "fuse.davfs2",    "ncpfs"};
 // Type families named by their beginning: cgroup and cgroup2; nfs, nfs4, nfsd; smbfs, smb3.
 const char* const pseudoPrefixes[] = {"cgroup"};
 const char* const networkPrefixes[] = {"nfs", "smb"};
 
 bool startsWith(const std::string& text, const char* prefix) {
     return text.rfind(prefix, 0) == 0;
+}
+
+template <std::size_t n>
+bool listed(const std::string_view (&names)[n], const std::string& name) {
+    return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 
 // Whether the kernel already knows the path as something other than a folder (a single file
@@ -83,7 +91,7 @@ std::string MountTable::unescape(const std::string& field) {
 }
 
 bool MountTable::isLocalType(const std::string& type) {
-    if (type.empty() || pseudoTypes.count(type) || networkTypes.count(type))
+    if (type.empty() || listed(pseudoTypes, type) || listed(networkTypes, type))
         return false;
     for (const char* prefix : pseudoPrefixes)
         if (startsWith(type, prefix))
