@@ -59,6 +59,7 @@ private:
         try {
             LogMirror::openFromEnvironment();
         } catch (...) {
+            // Served without a mirror.
         }
         const bool ready = startup() != nullptr;
         if (rc != nullptr)
@@ -68,10 +69,15 @@ private:
 
     static const CMPIBroker* broker() noexcept { return broker_.load(); }
 
-    // Runs the start-up if needed; anything but CMPI_RC_OK is the call's answer.
-    static CMPIStatus started(const CMPIContext* ctx, const CMPIObjectPath* op) noexcept {
+    // The forwarded call, once the start-up has run; a call that may not go on answers the
+    // start-up's status instead.
+    template <class Forward>
+    static CMPIStatus afterStartup(const CMPIContext* ctx, const CMPIObjectPath* op,
+                                   Forward forward) noexcept {
         ProviderStartup* state = startup();
-        return state != nullptr ? state->ensure(broker(), ctx, op) : status(CMPI_RC_ERR_FAILED);
+        const CMPIStatus started =
+            state != nullptr ? state->ensure(broker(), ctx, op) : status(CMPI_RC_ERR_FAILED);
+        return started.rc != CMPI_RC_OK ? started : forward();
     }
 
     static CMPIStatus cleanup(CMPIInstanceMI* mi, const CMPIContext* ctx, CMPIBoolean t) noexcept {
@@ -80,26 +86,23 @@ private:
     }
     static CMPIStatus enumInstanceNames(CMPIInstanceMI* mi, const CMPIContext* ctx,
                                         const CMPIResult* rslt, const CMPIObjectPath* op) noexcept {
-        const CMPIStatus s = started(ctx, op);
-        return s.rc != CMPI_RC_OK
-                   ? s
-                   : DiagServiceProviderCommonEnumInstanceNames(broker(), mi, ctx, rslt, op);
+        return afterStartup(ctx, op, [&] {
+            return DiagServiceProviderCommonEnumInstanceNames(broker(), mi, ctx, rslt, op);
+        });
     }
     static CMPIStatus enumInstances(CMPIInstanceMI* mi, const CMPIContext* ctx,
                                     const CMPIResult* rslt, const CMPIObjectPath* op,
                                     const char** props) noexcept {
-        const CMPIStatus s = started(ctx, op);
-        return s.rc != CMPI_RC_OK
-                   ? s
-                   : DiagServiceProviderCommonEnumInstances(broker(), mi, ctx, rslt, op, props);
+        return afterStartup(ctx, op, [&] {
+            return DiagServiceProviderCommonEnumInstances(broker(), mi, ctx, rslt, op, props);
+        });
     }
     static CMPIStatus getInstance(CMPIInstanceMI* mi, const CMPIContext* ctx,
                                   const CMPIResult* rslt, const CMPIObjectPath* op,
                                   const char** props) noexcept {
-        const CMPIStatus s = started(ctx, op);
-        return s.rc != CMPI_RC_OK
-                   ? s
-                   : DiagServiceProviderCommonGetInstance(broker(), mi, ctx, rslt, op, props);
+        return afterStartup(ctx, op, [&] {
+            return DiagServiceProviderCommonGetInstance(broker(), mi, ctx, rslt, op, props);
+        });
     }
     static CMPIStatus createInstance(CMPIInstanceMI* mi, const CMPIContext* ctx,
                                      const CMPIResult* rslt, const CMPIObjectPath* op,
@@ -129,10 +132,10 @@ private:
     static CMPIStatus invokeMethod(CMPIMethodMI* mi, const CMPIContext* ctx, const CMPIResult* rslt,
                                    const CMPIObjectPath* op, const char* method, const CMPIArgs* in,
                                    CMPIArgs* out) noexcept {
-        const CMPIStatus s = started(ctx, op);
-        return s.rc != CMPI_RC_OK ? s
-                                  : DiagServiceProviderCommonInvokeMethod(broker(), mi, ctx, rslt,
-                                                                          op, method, in, out);
+        return afterStartup(ctx, op, [&] {
+            return DiagServiceProviderCommonInvokeMethod(broker(), mi, ctx, rslt, op, method, in,
+                                                         out);
+        });
     }
 
     static CMPIStatus associationCleanup(CMPIAssociationMI* mi, const CMPIContext* ctx,
@@ -144,21 +147,19 @@ private:
                                   const CMPIResult* rslt, const CMPIObjectPath* op,
                                   const char* assocClass, const char* resultClass, const char* role,
                                   const char* resultRole, const char** props) noexcept {
-        const CMPIStatus s = started(ctx, op);
-        return s.rc != CMPI_RC_OK
-                   ? s
-                   : DiagServiceProviderCommonAssociators(broker(), mi, ctx, rslt, op, assocClass,
-                                                          resultClass, role, resultRole, props);
+        return afterStartup(ctx, op, [&] {
+            return DiagServiceProviderCommonAssociators(broker(), mi, ctx, rslt, op, assocClass,
+                                                        resultClass, role, resultRole, props);
+        });
     }
     static CMPIStatus associatorNames(CMPIAssociationMI* mi, const CMPIContext* ctx,
                                       const CMPIResult* rslt, const CMPIObjectPath* op,
                                       const char* assocClass, const char* resultClass,
                                       const char* role, const char* resultRole) noexcept {
-        const CMPIStatus s = started(ctx, op);
-        return s.rc != CMPI_RC_OK
-                   ? s
-                   : DiagServiceProviderCommonAssociatorNames(
-                         broker(), mi, ctx, rslt, op, assocClass, resultClass, role, resultRole);
+        return afterStartup(ctx, op, [&] {
+            return DiagServiceProviderCommonAssociatorNames(broker(), mi, ctx, rslt, op, assocClass,
+                                                            resultClass, role, resultRole);
+        });
     }
     static CMPIStatus references(CMPIAssociationMI* mi, const CMPIContext* ctx,
                                  const CMPIResult* rslt, const CMPIObjectPath* op,
