@@ -9,6 +9,7 @@
 #include "providers/common/DiagnosticLog.h"
 #include "providers/common/HostName.h"
 #include "providers/common/ProviderLog.h"
+#include "providers/common/PublishInstance.h"
 #include "providers/common/PublishedUsersFactory.h"
 
 #include <memory>
@@ -18,18 +19,11 @@ namespace NQORVA20::providers {
 
 namespace {
 
-// Registers the object and answers the path the registry filed it under; empty when the
-// object manager could not build it (for instance, a class the repository lacks).
-std::string publish(const CMPIBroker* broker, const CMPIContext* ctx,
-                    std::unique_ptr<InstanceImpl> object) {
-    InstanceImpl* kept = object.release();
-    const std::string className = kept->getClassName();
-    InstanceRegistry::Singleton()->RegisterInstance(broker, ctx, kept);
-    const std::string path = kept->getObjectPath();
-    if (path.empty())
-        ProviderLog::write(broker, ProviderLog::Error,
-                           "could not publish an instance of " + className);
-    return path;
+// Publishes one of a service's companions; true when it was filed.
+bool publishCompanion(const CMPIBroker* broker, const CMPIContext* ctx,
+                      std::unique_ptr<InstanceImpl> object) {
+    const std::string what = "an instance of " + object->getClassName();
+    return publishInstance(broker, ctx, object.release(), what);
 }
 
 } // namespace
@@ -57,22 +51,22 @@ void FamilyStartup::publishCompanions(const CMPIBroker* broker, const CMPIContex
     (*setting)["InstanceID"] = "ZORQ:" + serviceName + ":DefaultSetting";
     (*setting)["ElementName"] = serviceName + " default setting";
     (*setting)["Caption"] = "Default setting of " + serviceName;
-    publish(broker, ctx, std::move(setting));
+    publishCompanion(broker, ctx, std::move(setting));
 
     auto capabilities = std::make_unique<DiagServiceCapabilitiesData>(classes_.capabilities);
     (*capabilities)["InstanceID"] = "ZORQ:" + serviceName + ":Capabilities";
     (*capabilities)["ElementName"] = serviceName + " capabilities";
     (*capabilities)["Caption"] = "Capabilities of " + serviceName;
-    publish(broker, ctx, std::move(capabilities));
+    publishCompanion(broker, ctx, std::move(capabilities));
 
-    const std::string logPath =
-        publish(broker, ctx, std::make_unique<DiagnosticLog>(classes_.log, serviceName));
-    if (logPath.empty() || servicePath.empty())
+    auto log = std::make_unique<DiagnosticLog>(classes_.log, serviceName);
+    InstanceImpl& logObject = *log;
+    if (!publishCompanion(broker, ctx, std::move(log)) || servicePath.empty())
         return; // an association with a dangling end would mislead more than help
     auto useOfLog = std::make_unique<UseOfLog>(classes_.useOfLog);
-    (*useOfLog)["Antecedent"] = logPath;
+    (*useOfLog)["Antecedent"] = logObject.getObjectPath();
     (*useOfLog)["Dependent"] = servicePath;
-    publish(broker, ctx, std::move(useOfLog));
+    publishCompanion(broker, ctx, std::move(useOfLog));
 }
 
 unsigned int FamilyStartup::run(const CMPIBroker* broker, const CMPIContext* ctx,
@@ -89,8 +83,7 @@ unsigned int FamilyStartup::run(const CMPIBroker* broker, const CMPIContext* ctx
     for (DiagService* service : services) {
         if (service == nullptr)
             continue;
-        registry->RegisterInstance(broker, ctx, service);
-        if (service->getObjectPath().empty()) {
+        if (!publishInstance(broker, ctx, service)) {
             ProviderLog::write(broker, ProviderLog::Error,
                                "could not publish the service " + service->get("Name"));
             continue;

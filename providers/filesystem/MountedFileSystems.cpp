@@ -1,6 +1,6 @@
 #include "providers/filesystem/MountedFileSystems.h"
 
-#include "instance/InstanceRegistry.h"
+#include "providers/common/PublishInstance.h"
 #include "providers/filesystem/FSDiag.h"
 #include "providers/filesystem/LocalFileSystem.h"
 
@@ -35,9 +35,7 @@ std::size_t MountedFileSystems::publish(const CMPIBroker* broker, const CMPICont
     for (const MountTable::Entry& mount : mounts) {
         if (!catalog_.carriable(broker, mount.mountPoint, keys(mount, systemName)))
             continue;
-        auto* element = new LocalFileSystem(mount, systemName);
-        InstanceRegistry::Singleton()->RegisterInstance(broker, ctx, element);
-        if (element->getObjectPath().empty())
+        if (!publishInstance(broker, ctx, new LocalFileSystem(mount, systemName)))
             continue;
         add(mount, systemName);
         ++published;

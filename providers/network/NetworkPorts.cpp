@@ -1,6 +1,6 @@
 #include "providers/network/NetworkPorts.h"
 
-#include "instance/InstanceRegistry.h"
+#include "providers/common/PublishInstance.h"
 #include "providers/network/NetDiag.h"
 #include "providers/network/NetworkPort.h"
 
@@ -24,9 +24,7 @@ std::size_t NetworkPorts::publish(const CMPIBroker* broker, const CMPIContext* c
         };
         if (!catalog_.carriable(broker, interface.name, keys))
             continue;
-        auto* port = new NetworkPort(interface, systemName);
-        InstanceRegistry::Singleton()->RegisterInstance(broker, ctx, port);
-        if (port->getObjectPath().empty())
+        if (!publishInstance(broker, ctx, new NetworkPort(interface, systemName)))
             continue;
         catalog_.add(keys);
         interfaces_.push_back(interface);
