@@ -24,6 +24,7 @@ struct CimRequest {
             ClassName,      // CLASSNAME
             InstanceName,   // INSTANCENAME, or a VALUE.REFERENCE
             ReferenceArray, // VALUE.REFARRAY
+            Other,          // an element no operation served here takes as a value
         };
         Kind kind = Kind::Null;
         std::string type;              // PARAMTYPE or TYPE when given ("uint32", "reference", ...)

@@ -272,7 +272,12 @@ void CimXmlWriter::keyBinding(std::string_view name, const CMPIData& value) {
     attribute("NAME", name);
     buffer_ += '>';
     if (value.type == CMPI_ref && !isNull(value)) {
-        valueReference(value.value.ref);
+        // A reference key is written with its namespace but without a host: clients hand key
+        // values back in later requests, and a local path is one every client reads back as it
+        // was (wbemcli cannot read a full path back inside a key).
+        openTag("VALUE.REFERENCE");
+        localInstancePath(value.value.ref);
+        closeTag("VALUE.REFERENCE");
     } else {
         raw("<KEYVALUE");
         attribute("VALUETYPE", valueType(value.type));

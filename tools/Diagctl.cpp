@@ -5,12 +5,16 @@
 #include "host/broker/CallScope.h"
 #include "host/mof/ClassRepository.h"
 #include "host/text/ObjectPathText.h"
+#include "server/WbemHttpServer.h"
 #include "tools/DiagnosticDemo.h"
 #include "tools/DiagnosticRun.h"
 #include "tools/OutputFormatter.h"
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <pthread.h>
 #include <system_error>
 
 namespace NQORVA20::tools {
@@ -89,6 +93,8 @@ int Diagctl::execute(diaghost::Host& host) {
         return runDiagnostic(host);
     case C::Demo:
         return DiagnosticDemo(host, options_.nameSpace, out_, err_).run();
+    case C::Serve:
+        return serve(host);
     case C::Help:
         break;
     }
@@ -178,6 +184,51 @@ int Diagctl::runDiagnostic(diaghost::Host& host) {
         return exitFailed;
     }
     OutputFormatter(host, styleOf(options_), out_).methodOutcome(run.returnValue(), run.record());
+    return 0;
+}
+
+int Diagctl::serve(diaghost::Host& host) {
+    diagserver::WbemHttpServer::Options options;
+    if (!options_.listen.empty())
+        options.listen = options_.listen;
+    options.threads = options_.threads;
+    std::ofstream logFile;
+    if (options_.accessLog == "-") {
+        options.accessLog = &err_;
+    } else if (!options_.accessLog.empty()) {
+        logFile.open(options_.accessLog, std::ios::app);
+        if (!logFile) {
+            err_ << "diagctl: cannot open the access log " << options_.accessLog << "\n";
+            return exitFailed;
+        }
+        options.accessLog = &logFile;
+    }
+    // The signals that end serving are taken by this thread only: every thread started from now
+    // on (the server's) inherits them blocked.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    diagserver::WbemHttpServer server(host, options);
+    try {
+        server.start();
+    } catch (const std::exception& e) {
+        err_ << "diagctl: " << e.what() << "\n";
+        return exitFailed;
+    }
+    const std::vector<unsigned short> ports = server.ports();
+    for (std::size_t i = 0; i < options.listen.size(); ++i) {
+        std::string address = options.listen[i].substr(0, options.listen[i].rfind(':'));
+        err_ << "diagctl: serving CIM-XML on http://" << address << ":" << ports[i] << "/cimom\n";
+    }
+    err_.flush();
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    err_ << "diagctl: " << (signal == SIGTERM ? "SIGTERM" : "SIGINT")
+         << ": finishing the requests running, then stopping\n";
+    server.stop();
+    host.shutdown();
     return 0;
 }
 

@@ -39,6 +39,8 @@ private:
     int get(diaghost::Host& host);
     int associators(diaghost::Host& host);
     int runDiagnostic(diaghost::Host& host);
+    // Serves WBEM clients until SIGTERM or SIGINT.
+    int serve(diaghost::Host& host);
     // Prints the failure of an operation; answers the exit code for it.
     int failed(const diaghost::OperationResult& result);
 

@@ -1,6 +1,7 @@
 #include "tools/DiagctlOptions.h"
 
 #include <cstddef>
+#include <cstdlib>
 #include <map>
 
 namespace NQORVA20::tools {
@@ -20,7 +21,7 @@ const std::map<std::string, CommandShape>& commands() {
         {"classes", {C::Classes, 0, false, false}}, {"enum", {C::Enum, 1, false, true}},
         {"get", {C::Get, 1, false, false}},         {"assoc", {C::Assoc, 1, true, true}},
         {"run", {C::Run, 2, false, false}},         {"demo", {C::Demo, 0, false, false}},
-        {"help", {C::Help, 0, false, false}}};
+        {"serve", {C::Serve, 0, false, false}},     {"help", {C::Help, 0, false, false}}};
     return table;
 }
 
@@ -36,6 +37,9 @@ void DiagctlOptions::usage(std::ostream& out) {
            "             [--names]          the associators of an instance\n"
            "  run SERVICE_PATH ELEMENT_PATH RunDiagnostic of a service on an element\n"
            "  demo                          every service on every element it can test\n"
+           "  serve [--listen ADDR:PORT] [--threads N] [--access-log FILE|-]\n"
+           "                                answer WBEM clients (CIM-XML over HTTP) until\n"
+           "                                SIGTERM; default 127.0.0.1:5988, --listen repeatable\n"
            "paths are in the DMTF text form, e.g. 'ZORQ_NetworkPort.DeviceID=\"eth0\",...'\n"
            "options:\n"
            "  --json                 JSON instead of MOF instance text\n"
@@ -53,6 +57,7 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
     std::vector<std::string> words;
     bool sawFilter = false;
     bool sawNames = false;
+    bool sawServe = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto value = [&]() -> std::string {
@@ -83,6 +88,17 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             o.registrations = value();
         } else if (a == "--providers") {
             o.providers.push_back(value());
+        } else if (a == "--listen") {
+            o.listen.push_back(value()), sawServe = true;
+        } else if (a == "--threads") {
+            const std::string t = value();
+            char* end = nullptr;
+            unsigned long n = std::strtoul(t.c_str(), &end, 10);
+            if (t.empty() || *end != '\0' || n == 0 || n > 256)
+                throw UsageError("--threads takes a number from 1 to 256");
+            o.threads = static_cast<unsigned>(n), sawServe = true;
+        } else if (a == "--access-log") {
+            o.accessLog = value(), sawServe = true;
         } else if (a == "--assoc-class") {
             o.assocClass = value(), sawFilter = true;
         } else if (a == "--result-class") {
@@ -110,6 +126,8 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
                          (shape.operands == 1 ? "" : "s"));
     if (sawFilter && !shape.filters)
         throw UsageError("association filters apply to assoc only");
+    if (sawServe && shape.command != Command::Serve)
+        throw UsageError("--listen, --threads and --access-log apply to serve only");
     if (sawNames && !shape.names)
         throw UsageError("--names applies to enum and assoc only");
     for (const std::string& operand : o.operands)

@@ -20,7 +20,7 @@ public:
 };
 
 struct DiagctlOptions {
-    enum class Command { Classes, Enum, Get, Assoc, Run, Demo, Help };
+    enum class Command { Classes, Enum, Get, Assoc, Run, Demo, Serve, Help };
 
     Command command = Command::Help;
     std::vector<std::string> operands; // CLASS, PATH or SERVICE_PATH ELEMENT_PATH
@@ -38,6 +38,11 @@ struct DiagctlOptions {
     std::string mof;                    // empty: the default class file
     std::string registrations;          // empty: the default registration file
     std::vector<std::string> providers; // empty: the default provider folder
+    // serve: where to listen ("ADDRESS:PORT"; empty: 127.0.0.1:5988), worker threads, and the
+    // access log ("-" for the error stream; empty: none).
+    std::vector<std::string> listen;
+    unsigned threads = 4;
+    std::string accessLog;
 
     // Throws UsageError.
     static DiagctlOptions parse(int argc, const char* const* argv);

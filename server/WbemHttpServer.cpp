@@ -1,0 +1,377 @@
+#include "server/WbemHttpServer.h"
+
+#include "host/text/CimNames.h"
+#include "server/CimXmlDecoder.h"
+#include "server/WbemOperations.h"
+
+#include <arpa/inet.h>
+#include <microhttpd.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace diagserver {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What one request has gathered between the calls libmicrohttpd makes for it.
+struct Exchange {
+    Clock::time_point started = Clock::now();
+    std::string body;
+    bool tooLarge = false;
+    bool answered = false;
+};
+
+struct Listener {
+    std::string address;
+    MHD_Daemon* daemon = nullptr;
+    unsigned short port = 0;
+};
+
+// "ADDRESS:PORT" or "[IPV6]:PORT" as a socket address.
+sockaddr_storage parseListen(const std::string& text, bool& ipv6) {
+    std::string host;
+    std::string port;
+    if (!text.empty() && text[0] == '[') {
+        std::size_t close = text.find(']');
+        if (close == std::string::npos || close + 1 >= text.size() || text[close + 1] != ':')
+            throw WbemHttpServer::StartError("listen address " + text + " is not [IPV6]:PORT");
+        host = text.substr(1, close - 1);
+        port = text.substr(close + 2);
+    } else {
+        std::size_t colon = text.rfind(':');
+        if (colon == std::string::npos)
+            throw WbemHttpServer::StartError("listen address " + text + " is not ADDRESS:PORT");
+        host = text.substr(0, colon);
+        port = text.substr(colon + 1);
+    }
+    char* end = nullptr;
+    unsigned long number = std::strtoul(port.c_str(), &end, 10);
+    if (port.empty() || *end != '\0' || number > 65535)
+        throw WbemHttpServer::StartError("listen address " + text + " has no valid port");
+    sockaddr_storage out{};
+    auto* v4 = reinterpret_cast<sockaddr_in*>(&out);
+    auto* v6 = reinterpret_cast<sockaddr_in6*>(&out);
+    if (inet_pton(AF_INET, host.c_str(), &v4->sin_addr) == 1) {
+        v4->sin_family = AF_INET;
+        v4->sin_port = htons(static_cast<uint16_t>(number));
+        ipv6 = false;
+    } else if (inet_pton(AF_INET6, host.c_str(), &v6->sin6_addr) == 1) {
+        v6->sin6_family = AF_INET6;
+        v6->sin6_port = htons(static_cast<uint16_t>(number));
+        ipv6 = true;
+    } else {
+        throw WbemHttpServer::StartError("listen address " + text +
+                                         " is not a numeric IPv4 or IPv6 address");
+    }
+    return out;
+}
+
+std::string percentDecoded(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+            out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+std::string trimmedNamespace(std::string ns) {
+    while (!ns.empty() && ns.front() == '/')
+        ns.erase(ns.begin());
+    while (!ns.empty() && ns.back() == '/')
+        ns.pop_back();
+    return ns;
+}
+
+std::string clientOf(MHD_Connection* connection) {
+    const MHD_ConnectionInfo* info =
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    if (!info || !info->client_addr)
+        return "-";
+    char text[INET6_ADDRSTRLEN] = "-";
+    const sockaddr* a = info->client_addr;
+    if (a->sa_family == AF_INET)
+        inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(a)->sin_addr, text, sizeof text);
+    else if (a->sa_family == AF_INET6)
+        inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6*>(a)->sin6_addr, text,
+                  sizeof text);
+    return text;
+}
+
+// The class a request is about, for the access log.
+std::string classOf(const CimRequest& request) {
+    if (!request.intrinsic)
+        return request.target.className;
+    for (const char* name : {"ClassName", "InstanceName", "ObjectName"}) {
+        if (const CimRequest::Value* v = request.param(name)) {
+            if (v->kind == CimRequest::Value::Kind::InstanceName)
+                return v->path.className;
+            if (!v->text.empty())
+                return v->text;
+        }
+    }
+    return "-";
+}
+
+} // namespace
+
+struct WbemHttpServer::Impl {
+    Impl(diaghost::Host& h, Options o)
+        : host(h), options(std::move(o)), operations(h, localHostName()) {}
+
+    // A reply without a CIM body: an HTTP status and, for CIM faults, the CIMError header.
+    MHD_Result plain(MHD_Connection* connection, unsigned status, const std::string& cimError,
+                     const char* extraName = nullptr, const char* extraValue = nullptr) {
+        MHD_Response* response =
+            MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT);
+        if (!response)
+            return MHD_NO;
+        if (!cimError.empty())
+            MHD_add_response_header(response, "CIMError", cimError.c_str());
+        if (extraName)
+            MHD_add_response_header(response, extraName, extraValue);
+        MHD_Result queued = MHD_queue_response(connection, status, response);
+        MHD_destroy_response(response);
+        return queued;
+    }
+
+    void log(MHD_Connection* connection, const std::string& operation, const std::string& cls,
+             const std::string& status, const Exchange& exchange) {
+        if (!options.accessLog)
+            return;
+        const auto micros =
+            std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - exchange.started)
+                .count();
+        std::lock_guard<std::mutex> lock(logMutex);
+        *options.accessLog << clientOf(connection) << ' ' << operation << ' ' << cls << ' '
+                           << status << ' ' << micros << "us\n";
+        options.accessLog->flush();
+    }
+
+    MHD_Result serve(MHD_Connection* connection, const char* url, const char* method,
+                     Exchange& exchange) {
+        const bool mpost = std::strcmp(method, "M-POST") == 0;
+        if (!mpost && std::strcmp(method, "POST") != 0) {
+            log(connection, method, "-", "405", exchange);
+            return plain(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "", "Allow", "POST, M-POST");
+        }
+        if (std::strcmp(url, "/cimom") != 0) {
+            log(connection, method, "-", "404", exchange);
+            return plain(connection, MHD_HTTP_NOT_FOUND, "");
+        }
+        // M-POST names the extension's header prefix in its Man header.
+        std::string prefix;
+        if (mpost) {
+            const char* man = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Man");
+            const char* ns = man ? std::strstr(man, "ns=") : nullptr;
+            if (!man || !std::strstr(man, "http://www.dmtf.org/cim/mapping/http/v1.0") || !ns)
+                return refuse(connection, exchange, 400, "request-not-valid",
+                              "M-POST without the CIM mapping in its Man header");
+            for (const char* p = ns + 3; std::isdigit(static_cast<unsigned char>(*p)); ++p)
+                prefix += *p;
+            if (prefix.empty())
+                return refuse(connection, exchange, 400, "request-not-valid",
+                              "the Man header names no header prefix");
+            prefix += '-';
+        }
+        auto header = [&](const char* name) -> const char* {
+            return MHD_lookup_connection_value(connection, MHD_HEADER_KIND,
+                                               (prefix + name).c_str());
+        };
+        if (exchange.tooLarge)
+            return refuse(connection, exchange, MHD_HTTP_CONTENT_TOO_LARGE, "",
+                          "the request body is larger than the server accepts");
+        const char* operation = header("CIMOperation");
+        if (!operation || !diaghost::sameName(operation, "MethodCall"))
+            return refuse(connection, exchange, 400, "unsupported-operation",
+                          "CIMOperation is not MethodCall");
+        if (const char* version = header("CIMProtocolVersion"))
+            if (version[0] != '1' || (version[1] != '\0' && version[1] != '.'))
+                return refuse(connection, exchange, 501, "unsupported-protocol-version",
+                              "CIMProtocolVersion 1.x is served");
+
+        CimRequest request;
+        try {
+            request = CimXmlDecoder::decode(exchange.body, options.xml);
+        } catch (const DecodeError& e) {
+            return refuse(connection, exchange, static_cast<unsigned>(e.httpStatus()), e.cimError(),
+                          e.what());
+        }
+        const char* cimMethod = header("CIMMethod");
+        const char* cimObject = header("CIMObject");
+        if (!cimMethod || !diaghost::sameName(percentDecoded(cimMethod), request.method))
+            return refuse(connection, exchange, 400, "header-mismatch",
+                          "CIMMethod does not name the body's method");
+        if (!cimObject || !objectMatches(percentDecoded(cimObject), request))
+            return refuse(connection, exchange, 400, "header-mismatch",
+                          "CIMObject does not name the body's object");
+
+        std::string answer;
+        CimXmlWriter writer([&answer](std::string_view piece) { answer.append(piece); });
+        const unsigned code = operations.answer(request, writer);
+        log(connection, request.method, classOf(request), std::to_string(code), exchange);
+
+        MHD_Response* response =
+            MHD_create_response_from_buffer(answer.size(), answer.data(), MHD_RESPMEM_MUST_COPY);
+        if (!response)
+            return MHD_NO;
+        MHD_add_response_header(response, "Content-Type", "application/xml; charset=\"utf-8\"");
+        MHD_add_response_header(response, (prefix + "CIMOperation").c_str(), "MethodResponse");
+        if (mpost)
+            MHD_add_response_header(response, "Ext", "");
+        MHD_Result queued = MHD_queue_response(connection, MHD_HTTP_OK, response);
+        MHD_destroy_response(response);
+        return queued;
+    }
+
+    MHD_Result refuse(MHD_Connection* connection, Exchange& exchange, unsigned status,
+                      const std::string& cimError, const std::string& why) {
+        log(connection, "-", "-", std::to_string(status) + " " + why, exchange);
+        return plain(connection, status, cimError);
+    }
+
+    // CIMObject names the namespace of an intrinsic call, the object of an extrinsic one.
+    static bool objectMatches(const std::string& object, const CimRequest& request) {
+        if (request.intrinsic)
+            return diaghost::sameName(trimmedNamespace(object),
+                                      trimmedNamespace(request.nameSpace));
+        const std::size_t colon = object.find(':');
+        if (colon == std::string::npos)
+            return false;
+        std::string cls = object.substr(colon + 1);
+        cls = cls.substr(0, cls.find('.'));
+        return diaghost::sameName(trimmedNamespace(object.substr(0, colon)),
+                                  trimmedNamespace(request.nameSpace)) &&
+               diaghost::sameName(cls, request.target.className);
+    }
+
+    static MHD_Result access(void* self, MHD_Connection* connection, const char* url,
+                             const char* method, const char*, const char* upload,
+                             size_t* uploadSize, void** context) {
+        auto* impl = static_cast<Impl*>(self);
+        try {
+            auto* exchange = static_cast<Exchange*>(*context);
+            if (!exchange) {
+                exchange = new Exchange;
+                *context = exchange;
+                // A body announced past the limit is refused before it is read.
+                const char* length =
+                    MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Content-Length");
+                if (length && std::strtoull(length, nullptr, 10) > impl->options.maxBody) {
+                    exchange->answered = true;
+                    return impl->refuse(connection, *exchange, MHD_HTTP_CONTENT_TOO_LARGE, "",
+                                        "the request body is larger than the server accepts");
+                }
+                return MHD_YES;
+            }
+            if (exchange->answered) {
+                *uploadSize = 0;
+                return MHD_YES;
+            }
+            if (*uploadSize > 0) {
+                if (exchange->body.size() + *uploadSize > impl->options.maxBody) {
+                    exchange->tooLarge = true;
+                    exchange->body.clear();
+                    exchange->body.shrink_to_fit();
+                    return MHD_NO; // a body sent without its length: the connection goes
+                }
+                exchange->body.append(upload, *uploadSize);
+                *uploadSize = 0;
+                return MHD_YES;
+            }
+            exchange->answered = true;
+            return impl->serve(connection, url, method, *exchange);
+        } catch (...) {
+            return MHD_NO;
+        }
+    }
+
+    static void completed(void*, MHD_Connection*, void** context, MHD_RequestTerminationCode) {
+        delete static_cast<Exchange*>(*context);
+        *context = nullptr;
+    }
+
+    diaghost::Host& host;
+    Options options;
+    WbemOperations operations;
+    std::vector<Listener> listeners;
+    std::mutex logMutex;
+};
+
+WbemHttpServer::WbemHttpServer(diaghost::Host& host, Options options)
+    : impl_(std::make_unique<Impl>(host, std::move(options))) {}
+
+WbemHttpServer::~WbemHttpServer() {
+    stop();
+}
+
+void WbemHttpServer::start() {
+    if (!impl_->listeners.empty())
+        return;
+    try {
+        for (const std::string& address : impl_->options.listen) {
+            bool ipv6 = false;
+            sockaddr_storage socketAddress = parseListen(address, ipv6);
+            unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL;
+            if (ipv6)
+                flags |= MHD_USE_IPv6;
+            MHD_Daemon* daemon = MHD_start_daemon(
+                flags, 0, nullptr, nullptr, &Impl::access, impl_.get(), MHD_OPTION_SOCK_ADDR,
+                reinterpret_cast<sockaddr*>(&socketAddress), MHD_OPTION_THREAD_POOL_SIZE,
+                static_cast<unsigned>(impl_->options.threads ? impl_->options.threads : 1),
+                MHD_OPTION_CONNECTION_LIMIT, impl_->options.maxConnections,
+                MHD_OPTION_CONNECTION_TIMEOUT, impl_->options.idleTimeoutSeconds,
+                MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed, impl_.get(), MHD_OPTION_END);
+            if (!daemon)
+                throw StartError("cannot listen on " + address + ": " + std::strerror(errno));
+            Listener listener{address, daemon, 0};
+            if (const MHD_DaemonInfo* info = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_BIND_PORT))
+                listener.port = info->port;
+            impl_->listeners.push_back(listener);
+        }
+    } catch (...) {
+        stop();
+        throw;
+    }
+}
+
+void WbemHttpServer::stop() {
+    for (Listener& l : impl_->listeners)
+        MHD_quiesce_daemon(l.daemon);
+    for (Listener& l : impl_->listeners)
+        MHD_stop_daemon(l.daemon);
+    impl_->listeners.clear();
+}
+
+std::vector<unsigned short> WbemHttpServer::ports() const {
+    std::vector<unsigned short> out;
+    for (const Listener& l : impl_->listeners)
+        out.push_back(l.port);
+    return out;
+}
+
+std::string WbemHttpServer::localHostName() {
+    char name[256] = {};
+    if (gethostname(name, sizeof name - 1) != 0 || name[0] == '\0')
+        return "localhost";
+    return name;
+}
+
+} // namespace diagserver

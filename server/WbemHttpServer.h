@@ -1,0 +1,68 @@
+// Serves CIM operations over HTTP (libmicrohttpd): POST or M-POST (with its Man header) to
+// /cimom, the CIMOperation, CIMMethod and CIMObject headers checked against the body, the answer
+// from WbemOperations. What is not a CIM request gets the HTTP status and the CIMError header
+// that name the fault, and the server goes on. Requests are served by a fixed pool of threads,
+// bodies past a size and connections past a count are refused, idle connections are closed.
+#ifndef DIAGSERVER_WBEMHTTPSERVER_H
+#define DIAGSERVER_WBEMHTTPSERVER_H
+
+#include "server/XmlReader.h"
+
+#include <cstddef>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace diaghost {
+class Host;
+} // namespace diaghost
+
+namespace diagserver {
+
+class WbemHttpServer {
+public:
+    struct Options {
+        // "ADDRESS:PORT", an IPv6 address in brackets ("[::1]:5988"); port 0 picks a free one.
+        std::vector<std::string> listen{"127.0.0.1:5988"};
+        unsigned threads = 4;
+        std::size_t maxBody = std::size_t{16} << 20;
+        unsigned maxConnections = 64;
+        unsigned idleTimeoutSeconds = 60;
+        XmlReader::Limits xml;
+        // One line per request (client, operation, class, status, duration); null for none.
+        std::ostream* accessLog = nullptr;
+    };
+
+    // A listening address that cannot be used; what() says which and why.
+    class StartError : public std::runtime_error {
+    public:
+        using std::runtime_error::runtime_error;
+    };
+
+    // The host must outlive the server.
+    WbemHttpServer(diaghost::Host& host, Options options);
+    // stop().
+    ~WbemHttpServer();
+    WbemHttpServer(const WbemHttpServer&) = delete;
+    WbemHttpServer& operator=(const WbemHttpServer&) = delete;
+
+    // Listens on every address. Throws StartError (nothing is left listening then).
+    void start();
+    // Stops accepting and closes the listening sockets; requests running are finished first.
+    void stop();
+    // The ports listened on, in the order of Options::listen.
+    std::vector<unsigned short> ports() const;
+
+    // The host name answers carry in their paths.
+    static std::string localHostName();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace diagserver
+
+#endif

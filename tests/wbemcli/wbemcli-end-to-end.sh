@@ -1,0 +1,121 @@
+#!/usr/bin/env bash
+# Drives `diagctl serve` with wbemcli: ecn, gc, ein, ei, gi, ain, ai, rin, ri, and cm RunDiagnostic
+# of every shipped service on every element it is available to; the records then appear in ei.
+# Every answer is compared with diagctl's own on the same classes. Usage: $0 PATH_TO_DIAGCTL
+set -u
+diagctl="$1"
+command -v wbemcli >/dev/null || { echo "wbemcli is not installed"; exit 77; }
+work="$(mktemp -d)"
+server_pid=""
+cleanup() {
+  [ -n "$server_pid" ] && kill -TERM "$server_pid" 2>/dev/null && wait "$server_pid" 2>/dev/null
+  rm -rf "$work"
+}
+trap cleanup EXIT
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+"$diagctl" serve --listen 127.0.0.1:0 --access-log "$work/access.log" 2>"$work/serve.err" &
+server_pid=$!
+for _ in $(seq 50); do
+  grep -q "serving CIM-XML on" "$work/serve.err" 2>/dev/null && break
+  sleep 0.1
+done
+port="$(sed -n 's|.*http://127.0.0.1:\([0-9]*\)/cimom|\1|p' "$work/serve.err" | head -1)"
+[ -n "$port" ] || { cat "$work/serve.err"; echo "FAIL: the server did not start"; exit 1; }
+url="http://127.0.0.1:$port/root/cimv2"
+
+# A path's keys as one sorted line, whatever order and host each tool writes them in.
+normal() {
+  python3 -c '
+import re, sys
+key = re.compile(r"(\w+)=(\"(?:[^\"\\\\]|\\\\.)*\"|[^,\" ]*)")
+for line in sys.stdin:
+    path = line.strip().split(" ")[0]
+    head, _, rest = path.partition("=")
+    if not rest:
+        continue
+    cls = re.split(r"[:/]", head.rsplit(".", 1)[0])[-1]
+    keys = sorted(key.findall(head.rsplit(".", 1)[1] + "=" + rest))
+    print(cls + "." + ",".join(k + "=" + re.sub(r"^(//)?[^/]*/root/cimv2:", "", v) for k, v in keys))
+' | sort
+}
+
+# Class names: wbemcli's deep enumeration agrees with diagctl's class list.
+wbemcli ecn "$url" | sed 's|.*:||' | sort >"$work/ecn"
+"$diagctl" classes | sort >"$work/classes"
+diff -q "$work/ecn" "$work/classes" >/dev/null || fail "ecn and diagctl classes differ"
+wbemcli gc "$url:ZORQ_FSDiagService" | grep -q "ZORQ_FSDiagService " || fail "gc"
+
+for cls in ZORQ_ComputerSystem ZORQ_LocalFileSystem ZORQ_NetworkPort ZORQ_FSDiagService \
+           ZORQ_NetDiagService ZORQ_FSAvailableDiagService ZORQ_NetAvailableDiagService; do
+  wbemcli ein "$url:$cls" >"$work/ein.raw"
+  "$diagctl" enum "$cls" --names >"$work/names.raw"
+  [ -s "$work/names.raw" ] || fail "diagctl enum $cls --names is empty"
+  case "$cls" in
+  *Available*)
+    # Keys holding paths are written differently by the two tools: compare the counts.
+    [ "$(wc -l <"$work/ein.raw")" -eq "$(wc -l <"$work/names.raw")" ] ||
+      fail "ein $cls and diagctl disagree"
+    [ "$(wbemcli ei "$url:$cls" | wc -l)" -eq "$(wc -l <"$work/names.raw")" ] ||
+      fail "ei $cls names other instances"
+    ;;
+  *)
+    normal <"$work/ein.raw" >"$work/ein"
+    normal <"$work/names.raw" >"$work/names"
+    diff -q "$work/ein" "$work/names" >/dev/null || fail "ein $cls and diagctl disagree"
+    wbemcli ei "$url:$cls" | normal >"$work/ei"
+    diff -q "$work/ei" "$work/names" >/dev/null || fail "ei $cls names other instances"
+    ;;
+  esac
+  first="$(wbemcli ein "$url:$cls" | head -1)"
+  wbemcli gi "http://$first" | grep -q "^127.0.0.1:$port/root/cimv2:$cls\." || fail "gi $cls"
+done
+
+# References are not served by the diagnostic providers: both say so with CIM error 7.
+service="$(wbemcli ein "$url:ZORQ_FSDiagService" | head -1)"
+wbemcli rin "http://$service" 2>&1 | grep -q "CIM_ERR_NOT_SUPPORTED" || fail "rin"
+wbemcli ri "http://$service" 2>&1 | grep -q "CIM_ERR_NOT_SUPPORTED" || fail "ri"
+
+# Every service on every element it is available to, as its associations say.
+runs=0
+for family in FS Net; do
+  records_before="$(wbemcli ein "$url:ZORQ_${family}DiagRecord" 2>/dev/null | wc -l)"
+  family_runs=0
+  for service in $(wbemcli ein "$url:ZORQ_${family}DiagService"); do
+    wbemcli ain -ac "ZORQ_${family}AvailableDiagService" "http://$service" >"$work/ain" ||
+      fail "ain $service"
+    wbemcli ai -ac "ZORQ_${family}AvailableDiagService" "http://$service" | grep -q UserOfService ||
+      fail "ai $service"
+    # The associations name the element last: UserOfService=root/cimv2:<Class>.<keys>
+    sed -n 's|.*UserOfService=.*root/cimv2:\{0,1\}\(ZORQ_[A-Za-z]*\.[^ ]*\)$|\1|p' "$work/ain" \
+      >"$work/elements"
+    [ -s "$work/elements" ] || fail "no element for $service"
+    while IFS= read -r element; do
+      out="$(wbemcli cm "http://$service" "RunDiagnostic.ManagedElement=$element" 2>&1)"
+      echo "$out" | grep -q "RunDiagnostic: [0-9]" || fail "cm RunDiagnostic $service on $element: $out"
+      family_runs=$((family_runs + 1))
+    done <"$work/elements"
+  done
+  records_after="$(wbemcli ein "$url:ZORQ_${family}DiagRecord" | wc -l)"
+  [ "$records_after" -eq $((records_before + family_runs)) ] ||
+    fail "$family: $family_runs runs left $((records_after - records_before)) records"
+  [ "$(wbemcli ei "$url:ZORQ_${family}DiagRecord" | grep -c 'ServiceName="')" -eq "$records_after" ] ||
+    fail "$family records do not all name their service"
+  runs=$((runs + family_runs))
+done
+[ "$runs" -gt 0 ] || fail "no run was made"
+
+# A wrong operation answers its CIM error and the server goes on.
+wbemcli ein "$url:ZORQ_NoSuchClass" 2>&1 | grep -q "CIM_ERR_INVALID_CLASS" || fail "unknown class"
+wbemcli ein "http://127.0.0.1:$port/root/nowhere:ZORQ_FSDiagService" 2>&1 |
+  grep -q "CIM_ERR_INVALID_NAMESPACE" || fail "unknown namespace"
+
+kill -TERM "$server_pid"
+wait "$server_pid"
+status=$?
+server_pid=""
+[ "$status" -eq 0 ] || fail "diagctl serve ended with $status after SIGTERM"
+grep -q "RunDiagnostic ZORQ_" "$work/access.log" || fail "the access log names no run"
+echo "$runs runs through wbemcli, $failures failures"
+[ "$failures" -eq 0 ]
