@@ -77,6 +77,15 @@ sockaddr_storage parseListen(const std::string& text, bool& ipv6) {
     return out;
 }
 
+bool isLoopback(const sockaddr_storage& address) {
+    if (address.ss_family == AF_INET) {
+        const auto& v4 = reinterpret_cast<const sockaddr_in&>(address);
+        return (ntohl(v4.sin_addr.s_addr) >> 24) == 127;
+    }
+    const auto& v6 = reinterpret_cast<const sockaddr_in6&>(address);
+    return IN6_IS_ADDR_LOOPBACK(&v6.sin6_addr);
+}
+
 std::string percentDecoded(const std::string& text) {
     std::string out;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -329,6 +338,11 @@ void WbemHttpServer::start() {
         for (const std::string& address : impl_->options.listen) {
             bool ipv6 = false;
             sockaddr_storage socketAddress = parseListen(address, ipv6);
+            if (!impl_->options.unauthenticatedRemote && !isLoopback(socketAddress))
+                throw StartError("refusing to serve " + address +
+                                 " without authentication to clients elsewhere: only loopback "
+                                 "addresses are served "
+                                 "unless unauthenticated remote clients are allowed");
             unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL;
             if (ipv6)
                 flags |= MHD_USE_IPv6;

@@ -33,6 +33,9 @@ public:
         XmlReader::Limits xml;
         // One line per request (client, operation, class, status, duration); null for none.
         std::ostream* accessLog = nullptr;
+        // Requests are not authenticated: addresses other than loopback ones are refused unless
+        // this says the operator wants them anyway.
+        bool unauthenticatedRemote = false;
     };
 
     // A listening address that cannot be used; what() says which and why.

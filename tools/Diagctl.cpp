@@ -192,6 +192,7 @@ int Diagctl::serve(diaghost::Host& host) {
     if (!options_.listen.empty())
         options.listen = options_.listen;
     options.threads = options_.threads;
+    options.unauthenticatedRemote = options_.unauthenticatedRemote;
     std::ofstream logFile;
     if (options_.accessLog == "-") {
         options.accessLog = &err_;

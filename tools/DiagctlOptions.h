@@ -43,6 +43,7 @@ struct DiagctlOptions {
     std::vector<std::string> listen;
     unsigned threads = 4;
     std::string accessLog;
+    bool unauthenticatedRemote = false; // serve non-loopback addresses without authentication
 
     // Throws UsageError.
     static DiagctlOptions parse(int argc, const char* const* argv);
