@@ -74,33 +74,42 @@ void appendEscaped(std::string& line, const char* text) {
 } // namespace
 
 bool LogMirror::open(const std::string& target, int maxSeverity) {
-    MirrorState& s = state();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    if (s.ownsFile && s.out != nullptr)
-        std::fclose(s.out);
-    s.out = nullptr;
-    s.ownsFile = false;
-    s.maxSeverity = maxSeverity;
-    if (target == "stderr") {
-        s.out = stderr;
-    } else if (!target.empty()) {
-        s.out = openRegularFile(target);
-        s.ownsFile = s.out != nullptr;
+    // Called from providers' MI factories: nothing may leave it, a failed lock included.
+    try {
+        MirrorState& s = state();
+        std::lock_guard<std::mutex> lock(s.mutex);
+        if (s.ownsFile && s.out != nullptr)
+            std::fclose(s.out);
+        s.out = nullptr;
+        s.ownsFile = false;
+        s.maxSeverity = maxSeverity;
+        if (target == "stderr") {
+            s.out = stderr;
+        } else if (!target.empty()) {
+            s.out = openRegularFile(target);
+            s.ownsFile = s.out != nullptr;
+        }
+        s.enabled = s.out != nullptr;
+        return target.empty() || s.out != nullptr;
+    } catch (...) {
+        return false;
     }
-    s.enabled = s.out != nullptr;
-    return target.empty() || s.out != nullptr;
 }
 
 void LogMirror::openFromEnvironment() {
     static std::once_flag once;
-    std::call_once(once, [] {
-        const char* target = std::getenv("DIAGCORE_LOG");
-        if (target == nullptr || *target == '\0')
-            return;
-        const char* level = std::getenv("DIAGCORE_LOG_LEVEL");
-        int maxSeverity = level ? std::atoi(level) : 4;
-        open(target, maxSeverity > 0 ? maxSeverity : 4);
-    });
+    try {
+        std::call_once(once, [] {
+            const char* target = std::getenv("DIAGCORE_LOG");
+            if (target == nullptr || *target == '\0')
+                return;
+            const char* level = std::getenv("DIAGCORE_LOG_LEVEL");
+            int maxSeverity = level ? std::atoi(level) : 4;
+            open(target, maxSeverity > 0 ? maxSeverity : 4);
+        });
+    } catch (...) {
+        // No mirror this time; the next call tries again.
+    }
 }
 
 void LogMirror::write(int severity, const char* id, const char* text) {

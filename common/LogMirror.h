@@ -20,7 +20,7 @@ public:
     // FIFO (with or without a reader), a device or a socket is refused at once.
     static bool open(const std::string& target, int maxSeverity = 4);
     // Reads DIAGCORE_LOG (the target) and DIAGCORE_LOG_LEVEL (the severity, default 4) once per
-    // process; later calls do nothing.
+    // process; later calls do nothing. Neither this nor open() ever throws.
     static void openFromEnvironment();
     static void write(int severity, const char* id, const char* text);
 };
