@@ -1,0 +1,231 @@
+// The WBEM server as clients meet it: CIM-XML requests over one keep-alive loopback connection to
+// `WbemHttpServer` serving the shipped providers. The server runs in a child process, so the CPU
+// time reported per request ("server_us") is the server's alone, read from /proc; the wall time
+// includes the client. Records for the enumerations are made by RunDiagnostic calls first.
+#include "host/Host.h"
+#include "server/WbemHttpServer.h"
+
+#include <benchmark/benchmark.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+// The server's process: the shipped classes, registrations and providers, served on a free port
+// that is written to `portPipe`; it runs until killed.
+[[noreturn]] void serveInChild(int portPipe) {
+    diaghost::Host::Options options;
+    options.providerPath.push_back(DIAGCORE_BINARY_DIR "/providers");
+    options.upcallsOnOtherThread = true;
+    options.strict = true;
+    diaghost::Host host(options);
+    host.loadMof(DIAGCORE_SOURCE_DIR "/mof/diagcore.mof");
+    host.loadRegistrations(DIAGCORE_SOURCE_DIR "/mof/registration/diagcore.reg");
+    diagserver::WbemHttpServer::Options serverOptions;
+    serverOptions.listen = {"127.0.0.1:0"};
+    serverOptions.threads = 2;
+    diagserver::WbemHttpServer server(host, serverOptions);
+    server.start();
+    unsigned short port = server.ports().front();
+    if (write(portPipe, &port, sizeof port) != static_cast<ssize_t>(sizeof port))
+        _exit(1);
+    for (;;)
+        pause();
+}
+
+struct Server {
+    pid_t pid = -1;
+    unsigned short port = 0;
+    int socket = -1;
+
+    Server() {
+        int fds[2];
+        if (pipe(fds) != 0)
+            std::abort();
+        pid = fork();
+        if (pid == 0) {
+            close(fds[0]);
+            serveInChild(fds[1]);
+        }
+        close(fds[1]);
+        if (read(fds[0], &port, sizeof port) != static_cast<ssize_t>(sizeof port))
+            std::abort();
+        close(fds[0]);
+        socket = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_port = htons(port);
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int one = 1;
+        setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        if (connect(socket, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0)
+            std::abort();
+    }
+    ~Server() {
+        close(socket);
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+
+    // The server process's CPU time so far, in microseconds.
+    double cpuMicros() const {
+        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+        std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+        std::istringstream fields(text.substr(text.rfind(')') + 2));
+        std::string field;
+        unsigned long long utime = 0, stime = 0;
+        for (int i = 3; i <= 15 && fields >> field; ++i) {
+            if (i == 14)
+                utime = std::stoull(field);
+            if (i == 15)
+                stime = std::stoull(field);
+        }
+        return static_cast<double>(utime + stime) * 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
+    }
+
+    // Sends one request and reads the whole answer; the body's size.
+    std::size_t call(const std::string& method, const std::string& object,
+                     const std::string& body) {
+        std::string request = "POST /cimom HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: "
+                              "application/xml; charset=\"utf-8\"\r\nCIMOperation: MethodCall\r\n"
+                              "CIMMethod: " +
+                              method + "\r\nCIMObject: " + object +
+                              "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+                              body;
+        if (send(socket, request.data(), request.size(), MSG_NOSIGNAL) !=
+            static_cast<ssize_t>(request.size()))
+            std::abort();
+        std::string got;
+        char buffer[1 << 16];
+        std::size_t headerEnd = std::string::npos;
+        std::size_t length = 0;
+        for (;;) {
+            ssize_t n = recv(socket, buffer, sizeof buffer, 0);
+            if (n <= 0)
+                std::abort();
+            got.append(buffer, static_cast<std::size_t>(n));
+            if (headerEnd == std::string::npos) {
+                headerEnd = got.find("\r\n\r\n");
+                if (headerEnd == std::string::npos)
+                    continue;
+                std::size_t at = got.find("Content-Length: ");
+                length = std::stoul(got.substr(at + 16));
+            }
+            if (got.size() >= headerEnd + 4 + length)
+                return length;
+        }
+    }
+};
+
+Server& server() {
+    static Server s;
+    return s;
+}
+
+std::string message(const std::string& call) {
+    return "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">"
+           "<MESSAGE ID=\"1\" PROTOCOLVERSION=\"1.0\"><SIMPLEREQ>" +
+           call + "</SIMPLEREQ></MESSAGE></CIM>";
+}
+
+const std::string ns = "<LOCALNAMESPACEPATH><NAMESPACE NAME=\"root\"/><NAMESPACE NAME=\"cimv2\"/>"
+                       "</LOCALNAMESPACEPATH>";
+
+std::string enumerate(const std::string& op, const std::string& cls) {
+    return message("<IMETHODCALL NAME=\"" + op + "\">" + ns +
+                   "<IPARAMVALUE NAME=\"ClassName\"><CLASSNAME NAME=\"" + cls +
+                   "\"/></IPARAMVALUE></IMETHODCALL>");
+}
+
+const std::string serviceName =
+    "<INSTANCENAME CLASSNAME=\"ZORQ_NetDiagService\"><KEYBINDING NAME=\"CreationClassName\">"
+    "<KEYVALUE>ZORQ_NetDiagService</KEYVALUE></KEYBINDING><KEYBINDING NAME=\"Name\"><KEYVALUE>"
+    "NetworkPortLink</KEYVALUE></KEYBINDING><KEYBINDING NAME=\"SystemCreationClassName\">"
+    "<KEYVALUE>ZORQ_ComputerSystem</KEYVALUE></KEYBINDING><KEYBINDING NAME=\"SystemName\">"
+    "<KEYVALUE>" +
+    diagserver::WbemHttpServer::localHostName() + "</KEYVALUE></KEYBINDING></INSTANCENAME>";
+
+// Records made so far, by RunDiagnostic of the link test on the loopback interface.
+std::size_t& recordsMade() {
+    static std::size_t made = 0;
+    return made;
+}
+
+void makeRecords(std::size_t n) {
+    const std::string run = message(
+        "<METHODCALL NAME=\"RunDiagnostic\"><LOCALINSTANCEPATH>" + ns + serviceName +
+        "</LOCALINSTANCEPATH><PARAMVALUE NAME=\"ManagedElement\"><VALUE.REFERENCE>"
+        "<INSTANCENAME CLASSNAME=\"ZORQ_NetworkPort\"><KEYBINDING NAME=\"CreationClassName\">"
+        "<KEYVALUE>ZORQ_NetworkPort</KEYVALUE></KEYBINDING><KEYBINDING NAME=\"DeviceID\"><KEYVALUE>"
+        "lo</KEYVALUE></KEYBINDING><KEYBINDING NAME=\"SystemCreationClassName\"><KEYVALUE>"
+        "ZORQ_ComputerSystem</KEYVALUE></KEYBINDING><KEYBINDING NAME=\"SystemName\"><KEYVALUE>" +
+        diagserver::WbemHttpServer::localHostName() +
+        "</KEYVALUE></KEYBINDING></INSTANCENAME></VALUE.REFERENCE></PARAMVALUE></METHODCALL>");
+    for (; recordsMade() < n; ++recordsMade())
+        server().call("RunDiagnostic", "root/cimv2:ZORQ_NetDiagService", run);
+}
+
+template <class Body>
+void measured(benchmark::State& state, double items, Body&& body) {
+    Server& s = server();
+    const double before = s.cpuMicros();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(body());
+    const double spent = s.cpuMicros() - before;
+    state.counters["server_us_per_item"] =
+        spent / (static_cast<double>(state.iterations()) * items);
+    state.SetItemsProcessed(static_cast<int64_t>(static_cast<double>(state.iterations()) * items));
+}
+
+void GetInstance(benchmark::State& state) {
+    const std::string body =
+        message("<IMETHODCALL NAME=\"GetInstance\">" + ns + "<IPARAMVALUE NAME=\"InstanceName\">" +
+                serviceName + "</IPARAMVALUE></IMETHODCALL>");
+    measured(state, 1, [&] { return server().call("GetInstance", "root/cimv2", body); });
+}
+BENCHMARK(GetInstance)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+void RunDiagnostic(benchmark::State& state) {
+    measured(state, 1, [&] {
+        makeRecords(recordsMade() + 1);
+        return recordsMade();
+    });
+}
+BENCHMARK(RunDiagnostic)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+void EnumerateRecords(benchmark::State& state, const char* op) {
+    const auto n = static_cast<std::size_t>(state.range(0));
+    makeRecords(n);
+    const std::string body = enumerate(op, "ZORQ_NetDiagRecord");
+    measured(state, static_cast<double>(recordsMade()),
+             [&] { return server().call(op, "root/cimv2", body); });
+    state.counters["records"] = static_cast<double>(recordsMade());
+}
+void EnumerateInstances(benchmark::State& state) {
+    EnumerateRecords(state, "EnumerateInstances");
+}
+void EnumerateInstanceNames(benchmark::State& state) {
+    EnumerateRecords(state, "EnumerateInstanceNames");
+}
+BENCHMARK(EnumerateInstances)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(EnumerateInstanceNames)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+} // namespace
+
+BENCHMARK_MAIN();
