@@ -75,6 +75,10 @@ WbemOperations::WbemOperations(Host& host, std::string hostName)
     : host_(host), hostName_(std::move(hostName)) {}
 
 unsigned WbemOperations::answer(const CimRequest& request, CimXmlWriter& out) {
+    // Everything the broker makes while the answer is worked out and written (the strings and
+    // paths read from the results included) goes when the answer is done; outside a call scope it
+    // would stay with the broker for the life of the process.
+    diaghost::CallScope scope(host_.broker());
     out.beginMessage(request.messageId);
     if (request.intrinsic)
         out.beginIMethodResponse(request.method);

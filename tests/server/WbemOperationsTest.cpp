@@ -4,6 +4,8 @@
 
 #include "../providers/ProviderTestSupport.h"
 
+#include "host/broker/Broker.h"
+#include "host/broker/CallArena.h"
 #include "host/broker/CallScope.h"
 #include "host/text/ObjectPathText.h"
 
@@ -190,6 +192,26 @@ TEST_F(WbemOperationsTest, AssociationsAnswerObjectsWithTheirFullPaths) {
     EXPECT_NE(std::string::npos, out.find("<VALUE.OBJECTWITHPATH>")) << out;
     EXPECT_NE(std::string::npos,
               out.find("<PROPERTY.REFERENCE NAME=\"ServiceProvided\"><VALUE.REFERENCE>"));
+}
+
+TEST_F(WbemOperationsTest, AnsweringKeepsNothingWithTheBroker) {
+    CimRequest full = intrinsic("EnumerateInstances");
+    add(full, "ClassName", Kind::ClassName, "ZORQ_FSDiagRecord");
+    auto [service, element] = serviceAndElement();
+    CimRequest call;
+    call.intrinsic = false;
+    call.method = "RunDiagnostic";
+    call.nameSpace = "root/cimv2";
+    call.target = ObjectPathText::parse(service);
+    addPath(call, "ManagedElement", element);
+    answer(call);
+    answer(full);
+    const std::size_t kept = host.broker().ownArena().size();
+    for (int i = 0; i < 20; ++i) {
+        answer(call);
+        answer(full);
+    }
+    EXPECT_EQ(kept, host.broker().ownArena().size());
 }
 
 TEST_F(WbemOperationsTest, ClassesAnswerFromTheRepository) {
