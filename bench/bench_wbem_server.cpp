@@ -30,6 +30,7 @@ namespace {
     options.providerPath.push_back(DIAGCORE_BINARY_DIR "/providers");
     options.upcallsOnOtherThread = true;
     options.strict = true;
+    options.logCapacity = 1024; // as diagctl serve keeps them
     diaghost::Host host(options);
     host.loadMof(DIAGCORE_SOURCE_DIR "/mof/diagcore.mof");
     host.loadRegistrations(DIAGCORE_SOURCE_DIR "/mof/registration/diagcore.reg");

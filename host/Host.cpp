@@ -57,7 +57,7 @@ Host::Host() : Host(Options{}) {}
 
 Host::Host(Options options)
     : dialect_(options.dialect), classes_(std::make_unique<ClassRepository>()),
-      log_(std::make_unique<LogSink>()),
+      log_(std::make_unique<LogSink>(options.logCapacity)),
       broker_(std::make_unique<Broker>(*classes_, *log_, options.dialect)),
       providers_(std::make_unique<ProviderManager>(*broker_, *log_)) {
     broker_->setStrict(options.strict);

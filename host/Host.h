@@ -37,6 +37,9 @@ public:
         bool upcallsOnOtherThread = false;
         // The broker's strict mode (see Broker::setStrict).
         bool strict = false;
+        // How many log entries the host keeps for reading back (the oldest go first); a
+        // long-running server keeps few, tests keep many.
+        std::size_t logCapacity = std::size_t{1} << 20;
     };
     using Arguments = std::vector<std::pair<std::string, CMPIData>>;
 

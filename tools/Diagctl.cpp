@@ -66,6 +66,9 @@ int Diagctl::run() {
     // strict behaviour.
     hostOptions.upcallsOnOtherThread = true;
     hostOptions.strict = true;
+    // A server runs for long: the log lines it keeps for reading back stay few.
+    if (options_.command == DiagctlOptions::Command::Serve)
+        hostOptions.logCapacity = 1024;
     diaghost::Host host(hostOptions);
     try {
         host.loadMof(options_.mof.empty() ? defaults.mof : options_.mof, options_.nameSpace);
