@@ -1,7 +1,6 @@
 #include "entry/DiagServiceProviderCommon.h"
 
 #include "common/CoreLog.h"
-#include "common/Prefetch.h"
 #include "entry/AssociationLookup.h"
 #include "entry/EntryGuard.h"
 #include "entry/ResultCopy.h"
@@ -63,7 +62,6 @@ CMPIStatus DiagServiceProviderCommonEnumInstanceNames(const CMPIBroker* broker, 
         std::vector<CMPIInstance*> instances;
         InstanceRegistry::Singleton()->GetCMPIInstances(broker, ref, instances);
         for (std::size_t i = 0; i < instances.size(); ++i) {
-            NQORVA20::prefetchAhead(instances, i);
             CMPIInstance* inst = instances[i];
             CMPIObjectPath* path = inst->ft->getObjectPath(inst, &last);
             if (usable(rslt) && path != nullptr)
@@ -83,7 +81,6 @@ CMPIStatus DiagServiceProviderCommonEnumInstances(const CMPIBroker* broker, CMPI
         InstanceRegistry::Singleton()->GetCMPIInstances(broker, ref, instances);
         if (usable(rslt))
             for (std::size_t i = 0; i < instances.size(); ++i) {
-                NQORVA20::prefetchAhead(instances, i);
                 if (!NQORVA20::ReturnInstanceCopy(rslt, instances[i]))
                     return copyFailed(broker);
             }

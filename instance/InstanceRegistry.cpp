@@ -3,7 +3,6 @@
 #include "builder/InstanceBuilder.h"
 #include "common/Constants.h"
 #include "common/CoreLog.h"
-#include "common/Prefetch.h"
 #include "common/ProviderScope.h"
 #include "instance/CMPIUtil.h"
 #include "instance/SystemIdentity.h"
@@ -250,7 +249,6 @@ void InstanceRegistry::GetCMPIInstances(const CMPIBroker*, std::string className
     const std::vector<Instance*>& records = ordered.records;
     instances.reserve(firstNew + records.size());
     for (std::size_t i = 0; i < records.size(); ++i) {
-        prefetchAhead(records, i);
         const Instance* record = records[i];
         if (record->cmpiInstance == nullptr)
             continue;
@@ -275,7 +273,6 @@ void InstanceRegistry::GetCMPIInstances(const CMPIBroker*, std::string className
     keyed.clear();
     keyed.reserve(instances.size() - firstNew);
     for (std::size_t i = firstNew; i < instances.size(); ++i) {
-        prefetchAhead(instances, i);
         CMPIInstance* inst = instances[i];
         CMPIData key = inst->ft->getProperty(inst, "EnumOrder", nullptr);
         keyed.push_back(Keyed{key.value.uint32, static_cast<std::uint32_t>(i - firstNew), inst});
