@@ -5,8 +5,6 @@
 #ifndef DIAGSERVER_CIMXMLWRITER_H
 #define DIAGSERVER_CIMXMLWRITER_H
 
-#include "host/mof/CimClass.h"
-
 #include <cmpidt.h>
 
 #include <cstdint>
@@ -15,23 +13,11 @@
 #include <string_view>
 #include <vector>
 
-namespace diaghost {
-class ClassRepository;
-} // namespace diaghost
-
 namespace diagserver {
 
 class CimXmlWriter {
 public:
     using Sink = std::function<void(std::string_view)>;
-
-    // What of a class GetClass and EnumerateClasses answer.
-    struct ClassParts {
-        bool localOnly = false; // only what the class itself declares
-        bool qualifiers = true;
-        bool classOrigin = false;
-        const std::vector<std::string>* properties = nullptr; // null: every property
-    };
 
     // `flushAt`: how many bytes gather before the sink is called; the sink may throw, and the
     // exception leaves the writer as it is.
@@ -74,30 +60,30 @@ public:
     // OBJECTPATH holding the INSTANCEPATH.
     void objectPath(const CMPIObjectPath* path, std::string_view host);
     void className(std::string_view name);
-    void cimClass(const diaghost::CimClass& cls, const diaghost::ClassRepository& classes,
-                  std::string_view ns, const ClassParts& parts);
-    void qualifierDeclaration(const diaghost::CimQualifierDecl& decl);
 
     // The CIM-XML type name of a CMPI type ("uint32", "string", "reference", ...), arrays by
     // their element type; empty for types CIM-XML has no name for.
     static std::string_view typeName(CMPIType type);
 
-private:
+    // ---- Building blocks for the writers of other elements (CimXmlClassWriter).
+    // Markup as it stands.
     void raw(std::string_view text);
+    // Character data or an attribute value, escaped.
     void text(std::string_view text);
+    // ` name="value"` inside an open start tag.
     void attribute(std::string_view name, std::string_view value);
     void openTag(std::string_view name);
     void closeTag(std::string_view name);
+    // Hands the buffer to the sink once it holds enough; called after each whole element.
     void maybeFlush();
 
+private:
     void localNamespacePath(std::string_view ns);
     void keyBinding(std::string_view name, const CMPIData& value);
     void valueReference(const CMPIObjectPath* path);
     void scalarValue(CMPIType type, const CMPIValue& value);
     void valueElement(const CMPIData& data);
     void property(std::string_view name, const CMPIData& data);
-    void qualifiers(const diaghost::CimQualifiers& qualifiers,
-                    const diaghost::ClassRepository& classes, std::string_view ns);
 
     Sink sink_;
     std::size_t flushAt_;

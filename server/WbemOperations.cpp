@@ -1,5 +1,7 @@
 #include "server/WbemOperations.h"
 
+#include "server/CimXmlClassWriter.h"
+
 #include "host/Host.h"
 #include "host/broker/Broker.h"
 #include "host/broker/CallScope.h"
@@ -246,13 +248,13 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
     if (sameName(op, "GetClass")) {
         const diaghost::CimClass& cls = knownClass(classes, ns, name(request, "ClassName"));
         std::optional<std::vector<std::string>> list = propertyList(request);
-        CimXmlWriter::ClassParts parts;
+        CimXmlClassWriter::Parts parts;
         parts.localOnly = flag(request, "LocalOnly", true);
         parts.qualifiers = flag(request, "IncludeQualifiers", true);
         parts.classOrigin = flag(request, "IncludeClassOrigin", false);
         parts.properties = list ? &*list : nullptr;
         out.beginIReturnValue();
-        out.cimClass(cls, classes, ns, parts);
+        CimXmlClassWriter::cimClass(out, cls, classes, ns, parts);
         out.endIReturnValue();
         return {};
     }
@@ -275,7 +277,7 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
                 selected.push_back(cls->name);
         }
         const bool names = sameName(op, "EnumerateClassNames");
-        CimXmlWriter::ClassParts parts;
+        CimXmlClassWriter::Parts parts;
         parts.localOnly = flag(request, "LocalOnly", true);
         parts.qualifiers = flag(request, "IncludeQualifiers", true);
         parts.classOrigin = flag(request, "IncludeClassOrigin", false);
@@ -284,7 +286,8 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
             if (names)
                 out.className(className);
             else
-                out.cimClass(*classes.findClass(ns, className), classes, ns, parts);
+                CimXmlClassWriter::cimClass(out, *classes.findClass(ns, className), classes, ns,
+                                            parts);
         }
         out.endIReturnValue();
         return {};
@@ -298,7 +301,7 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
         if (!decl)
             return Outcome{cimNotFound, "qualifier " + qualifier + " is not declared in " + ns};
         out.beginIReturnValue();
-        out.qualifierDeclaration(*decl);
+        CimXmlClassWriter::qualifierDeclaration(out, *decl);
         out.endIReturnValue();
         return {};
     }
