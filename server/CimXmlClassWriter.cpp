@@ -9,15 +9,6 @@ namespace diagserver {
 
 namespace {
 
-bool listed(const std::vector<std::string>* properties, std::string_view name) {
-    if (!properties)
-        return true;
-    for (const std::string& p : *properties)
-        if (diaghost::sameName(p, name))
-            return true;
-    return false;
-}
-
 // The elements of a qualifier value as the repository keeps it (arrays joined by ",").
 std::vector<std::string> qualifierElements(const std::string& text, bool array) {
     if (!array)
@@ -82,7 +73,8 @@ void CimXmlClassWriter::cimClass(CimXmlWriter& out, const diaghost::CimClass& cl
         return !originClass.empty() && !diaghost::sameName(originClass, cls.name);
     };
     for (const diaghost::CimProperty& p : cls.properties) {
-        if ((parts.localOnly && inherited(p.originClass)) || !listed(parts.properties, p.name))
+        if ((parts.localOnly && inherited(p.originClass)) ||
+            !CimXmlWriter::listed(parts.properties, p.name))
             continue;
         const bool array = (p.type & CMPI_ARRAY) != 0;
         std::string_view tag = p.type == CMPI_ref ? "PROPERTY.REFERENCE"

@@ -54,15 +54,6 @@ std::string_view valueType(CMPIType type) {
     }
 }
 
-bool listed(const std::vector<std::string>* properties, std::string_view name) {
-    if (!properties)
-        return true;
-    for (const std::string& p : *properties)
-        if (diaghost::sameName(p, name))
-            return true;
-    return false;
-}
-
 std::vector<std::string_view> namespaceParts(std::string_view ns) {
     std::vector<std::string_view> parts;
     std::size_t from = 0;
@@ -125,6 +116,15 @@ void CimXmlWriter::closeTag(std::string_view name) {
     raw("</");
     raw(name);
     buffer_ += '>';
+}
+
+bool CimXmlWriter::listed(const std::vector<std::string>* properties, std::string_view name) {
+    if (!properties)
+        return true;
+    for (const std::string& p : *properties)
+        if (diaghost::sameName(p, name))
+            return true;
+    return false;
 }
 
 std::string_view CimXmlWriter::typeName(CMPIType type) {

@@ -64,6 +64,8 @@ public:
     // The CIM-XML type name of a CMPI type ("uint32", "string", "reference", ...), arrays by
     // their element type; empty for types CIM-XML has no name for.
     static std::string_view typeName(CMPIType type);
+    // Whether a property list (null: every property) names the property, in any letter case.
+    static bool listed(const std::vector<std::string>* properties, std::string_view name);
 
     // ---- Building blocks for the writers of other elements (CimXmlClassWriter).
     // Markup as it stands.

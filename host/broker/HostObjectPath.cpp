@@ -126,7 +126,9 @@ CMPICount pathGetKeyCount(const CMPIObjectPath* op, CMPIStatus* rc) {
     return self ? static_cast<CMPICount>(self->keys().size()) : 0;
 }
 
-CMPIStatus pathSetNameSpaceFromObjectPath(CMPIObjectPath* op, const CMPIObjectPath* src) {
+// Copies the namespace, and the host too when withHost, of another path.
+template <bool withHost>
+CMPIStatus pathSetFromObjectPath(CMPIObjectPath* op, const CMPIObjectPath* src) {
     return CmpiCall::guardStatus([&] {
         HostObjectPath* self = HostObjectPath::from(op);
         if (!self)
@@ -137,22 +139,8 @@ CMPIStatus pathSetNameSpaceFromObjectPath(CMPIObjectPath* op, const CMPIObjectPa
         if (!from)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
         self->setNameSpace(from->nameSpace().c_str());
-        return CmpiCall::status(CMPI_RC_OK);
-    });
-}
-
-CMPIStatus pathSetHostAndNameSpaceFromObjectPath(CMPIObjectPath* op, const CMPIObjectPath* src) {
-    return CmpiCall::guardStatus([&] {
-        HostObjectPath* self = HostObjectPath::from(op);
-        if (!self)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        if (!src)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_PARAMETER);
-        HostObjectPath* from = HostObjectPath::from(src);
-        if (!from)
-            return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        self->setNameSpace(from->nameSpace().c_str());
-        self->setHost(from->host().c_str());
+        if (withHost)
+            self->setHost(from->host().c_str());
         return CmpiCall::status(CMPI_RC_OK);
     });
 }
@@ -202,8 +190,8 @@ CMPIObjectPathFT pathTable = {CMPIVersion200,
                               pathGetKey,
                               pathGetKeyAt,
                               pathGetKeyCount,
-                              pathSetNameSpaceFromObjectPath,
-                              pathSetHostAndNameSpaceFromObjectPath,
+                              pathSetFromObjectPath<false>,
+                              pathSetFromObjectPath<true>,
                               pathGetClassQualifier,
                               pathGetPropertyQualifier,
                               pathGetMethodQualifier,
