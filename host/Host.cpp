@@ -181,6 +181,14 @@ OperationResult Host::getInstance(const std::string& pathText,
                    });
 }
 
+OperationResult Host::getInstance(const CMPIObjectPath* path,
+                                  const std::vector<std::string>& properties) {
+    std::vector<const char*> list = listOf(properties);
+    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+        return providers_->getInstance(ctx, op, list.data(), r.sink());
+    });
+}
+
 OperationResult Host::createInstance(const CMPIInstance* instance) {
     if (!instance || !instance->ft)
         return noPath(*broker_);

@@ -76,6 +76,8 @@ public:
     OperationResult getInstance(const std::string& pathText);
     OperationResult getInstance(const std::string& pathText,
                                 const std::vector<std::string>& properties);
+    OperationResult getInstance(const CMPIObjectPath* path,
+                                const std::vector<std::string>& properties);
     OperationResult createInstance(const CMPIInstance* instance);
     OperationResult deleteInstance(const CMPIObjectPath* path);
     OperationResult deleteInstance(const std::string& pathText);

@@ -461,14 +461,17 @@ void CimXmlWriter::property(std::string_view name, const CMPIData& data) {
     closeTag(tag);
 }
 
-void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::string>* properties) {
-    CMPIObjectPath* path = inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
+void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::string>* properties,
+                            const CMPIObjectPath* path) {
+    CMPIObjectPath* own =
+        !path && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
+    const CMPIObjectPath* named = path ? path : own;
     raw("<INSTANCE");
-    attribute("CLASSNAME",
-              path && path->ft ? stringText(path->ft->getClassName(path, nullptr)) : std::string());
+    attribute("CLASSNAME", named && named->ft ? stringText(named->ft->getClassName(named, nullptr))
+                                              : std::string());
     buffer_ += '>';
-    if (path && path->ft)
-        path->ft->release(path);
+    if (own && own->ft)
+        own->ft->release(own);
     CMPICount n = inst && inst->ft ? inst->ft->getPropertyCount(inst, nullptr) : 0;
     for (CMPICount i = 0; i < n; ++i) {
         CMPIString* name = nullptr;
@@ -484,7 +487,7 @@ void CimXmlWriter::namedInstance(const CMPIObjectPath* path, const CMPIInstance*
                                  const std::vector<std::string>* properties) {
     openTag("VALUE.NAMEDINSTANCE");
     instanceName(path);
-    instance(inst, properties);
+    instance(inst, properties, path);
     closeTag("VALUE.NAMEDINSTANCE");
     maybeFlush();
 }
@@ -494,7 +497,7 @@ void CimXmlWriter::objectWithPath(const CMPIObjectPath* path, std::string_view h
                                   const std::vector<std::string>* properties) {
     openTag("VALUE.OBJECTWITHPATH");
     instancePath(path, host);
-    instance(inst, properties);
+    instance(inst, properties, path);
     closeTag("VALUE.OBJECTWITHPATH");
     maybeFlush();
 }

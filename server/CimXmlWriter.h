@@ -46,7 +46,9 @@ public:
     void error(unsigned code, std::string_view description);
 
     // ---- Objects. `properties` null: every property; else only those named (any case).
-    void instance(const CMPIInstance* inst, const std::vector<std::string>* properties);
+    // `path`: the instance's own, when the caller has it already (else it is asked for).
+    void instance(const CMPIInstance* inst, const std::vector<std::string>* properties,
+                  const CMPIObjectPath* path = nullptr);
     void instanceName(const CMPIObjectPath* path);
     // INSTANCEPATH with the host (when the path or `host` names one) and the namespace.
     void instancePath(const CMPIObjectPath* path, std::string_view host);

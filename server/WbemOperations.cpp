@@ -195,8 +195,7 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
         std::optional<std::vector<std::string>> list = propertyList(request);
         diaghost::CallScope scope(host_.broker());
         CMPIObjectPath* path = instancePath(host_, request, "InstanceName");
-        OperationResult result =
-            list ? host_.getInstance(host_.pathText(path), *list) : host_.getInstance(path);
+        OperationResult result = list ? host_.getInstance(path, *list) : host_.getInstance(path);
         if (!result.ok())
             return failed(result);
         if (!result.instance())
