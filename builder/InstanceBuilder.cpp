@@ -1,5 +1,6 @@
 #include "builder/InstanceBuilder.h"
 
+#include "common/CmpiBoundary.h"
 #include "common/CoreLog.h"
 #include "instance/CMPIUtil.h"
 #include "instance/SystemIdentity.h"
@@ -115,11 +116,10 @@ void InstanceBuilder::printNS() {
 
 CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext* ctx,
                                      std::string className, InstanceImpl& instance) {
-    if (broker == nullptr || broker->eft == nullptr)
+    if (!CmpiBoundary::brokerUsable(broker))
         return nullptr;
-    CMPIObjectPath* path =
-        broker->eft->newObjectPath(broker, nameSpace_.c_str(), className.c_str(), nullptr);
-    if (path != nullptr && path->ft != nullptr)
+    CMPIObjectPath* path = CmpiBoundary::newPath(broker, className.c_str(), nameSpace_.c_str());
+    if (CmpiBoundary::usable(path))
         path->ft->setHostname(path, SystemIdentity::HostName().c_str());
     if (path == nullptr || path->hdl == nullptr || path->ft == nullptr) {
         coreLog(broker, LogWarning, "InstanceBuilder::build -> Invalid object found");
@@ -127,7 +127,7 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
         return nullptr;
     }
     CMPIInstance* result = broker->eft->newInstance(broker, path, nullptr);
-    if (result == nullptr || result->ft == nullptr) {
+    if (!CmpiBoundary::usable(result)) {
         coreLog(broker, LogDebug, "Exiting InstanceBuilder::build");
         return nullptr;
     }
@@ -144,7 +144,7 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
             std::vector<std::string> elements = multiStringTok(text, ',');
             CMPIArray* array = broker->eft->newArray(
                 broker, static_cast<CMPICount>(elements.size()), type, nullptr);
-            if (array == nullptr || array->ft == nullptr)
+            if (!CmpiBoundary::usable(array))
                 continue;
             CMPIType elementType = type & ~CMPI_ARRAY;
             for (std::size_t i = 0; i < elements.size(); ++i) {
@@ -168,17 +168,16 @@ CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext
 CMPIInstance* InstanceBuilder::build(const CMPIBroker* broker, const CMPIContext* ctx,
                                      const std::string& className, std::string& nameSpace,
                                      std::string& definitions) {
-    if (broker == nullptr || broker->eft == nullptr)
+    if (!CmpiBoundary::brokerUsable(broker))
         return nullptr;
-    CMPIObjectPath* path =
-        broker->eft->newObjectPath(broker, nameSpace.c_str(), className.c_str(), nullptr);
+    CMPIObjectPath* path = CmpiBoundary::newPath(broker, className.c_str(), nameSpace.c_str());
     if (path == nullptr || path->hdl == nullptr || path->ft == nullptr) {
         coreLog(broker, LogDebug, "Null Object Path");
         return nullptr;
     }
     path->ft->setHostname(path, SystemIdentity::HostName().c_str());
     CMPIInstance* result = broker->eft->newInstance(broker, path, nullptr);
-    if (result == nullptr || result->ft == nullptr) {
+    if (!CmpiBoundary::usable(result)) {
         coreLog(broker, LogDebug, "Null Object Path");
         return nullptr;
     }
@@ -256,11 +255,10 @@ CMPIValue InstanceBuilder::convert(const CMPIBroker* broker, const CMPIContext* 
         break;
     }
     case CMPI_string:
-        if (broker != nullptr && broker->eft != nullptr)
-            value.string = broker->eft->newString(broker, text.c_str(), nullptr);
+        value.string = CmpiBoundary::newString(broker, text.c_str());
         break;
     case CMPI_dateTime:
-        if (broker == nullptr || broker->eft == nullptr)
+        if (!CmpiBoundary::brokerUsable(broker))
             break;
         value.dateTime = text.empty()
                              ? broker->eft->newDateTime(broker, nullptr)

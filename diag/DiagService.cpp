@@ -1,5 +1,6 @@
 #include "diag/DiagService.h"
 
+#include "common/CmpiBoundary.h"
 #include "common/CoreLog.h"
 #include "instance/CMPIUtil.h"
 #include "instance/ClientLimits.h"
@@ -19,11 +20,8 @@ namespace NQORVA20 {
 namespace {
 
 CMPIStatus invalidElement(const CMPIBroker* broker) {
-    CMPIStatus status = {CMPI_RC_ERR_INVALID_PARAMETER, nullptr};
-    if (broker != nullptr && broker->eft != nullptr)
-        status.msg = broker->eft->newString(
-            broker, "RunDiagnostic needs the reference argument \"ManagedElement\"", nullptr);
-    return status;
+    return CmpiBoundary::status(broker, CMPI_RC_ERR_INVALID_PARAMETER,
+                                "RunDiagnostic needs the reference argument \"ManagedElement\"");
 }
 
 // The date-time text one microsecond later, the UTC offset kept; empty for a text that is not a
@@ -109,15 +107,12 @@ void DiagService::init() {
 CMPIStatus DiagService::invokeMethod(const CMPIBroker* broker, const CMPIContext* context,
                                      const CMPIResult* result, const CMPIObjectPath*,
                                      std::string methodName, const CMPIArgs* in, CMPIArgs*) {
-    CMPIStatus status = {CMPI_RC_OK, nullptr};
-    if (methodName != "RunDiagnostic") {
-        status.rc = CMPI_RC_ERR_METHOD_NOT_FOUND;
-        return status;
-    }
+    if (methodName != "RunDiagnostic")
+        return CmpiBoundary::status(CMPI_RC_ERR_METHOD_NOT_FOUND);
     InstanceRegistry* registry = InstanceRegistry::Singleton();
 
     // The element must be a non-null reference; anything else is refused before the run.
-    if (in == nullptr || in->ft == nullptr)
+    if (!CmpiBoundary::usable(in))
         return invalidElement(broker);
     CMPIData element = in->ft->getArg(in, "ManagedElement", nullptr);
     if (element.type != CMPI_ref || (element.state & CMPI_nullValue) ||
@@ -138,12 +133,8 @@ CMPIStatus DiagService::invokeMethod(const CMPIBroker* broker, const CMPIContext
 
     const unsigned int returnValue = runTest(&managedElement, record.get());
 
-    if (result != nullptr && result->ft != nullptr) {
-        CMPIValue value;
-        value.uint32 = returnValue;
-        result->ft->returnData(result, &value, CMPI_uint32);
-        result->ft->returnDone(result);
-    }
+    CmpiBoundary::returnUint32(result, returnValue);
+    CmpiBoundary::returnDone(result);
 
     const std::string completed = uniqueCompletionTime(CMPIUtil::GetDateTimeString(broker));
     std::string caption, description, elementName, serviceName, instanceId;
@@ -169,14 +160,11 @@ CMPIStatus DiagService::invokeMethod(const CMPIBroker* broker, const CMPIContext
     // Only a filed record is given its object-path text, and a new record has none before.
     registry->RegisterInstance(broker, context, record.get());
     const bool published = !record.release()->getObjectPath().empty();
-    if (!published) {
-        // The test ran and its value went out, but no record describes the run.
-        status.rc = CMPI_RC_ERR_FAILED;
-        if (broker != nullptr && broker->eft != nullptr)
-            status.msg = broker->eft->newString(
-                broker, "RunDiagnostic could not publish the record of its run", nullptr);
-    }
-    return status;
+    // The test ran and its value went out, but without a record nothing describes the run.
+    if (!published)
+        return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED,
+                                    "RunDiagnostic could not publish the record of its run");
+    return CmpiBoundary::status(CMPI_RC_OK);
 }
 
 } // namespace NQORVA20

@@ -1,29 +1,21 @@
 #include "diag/DiagUser.h"
 
+#include "common/CmpiBoundary.h"
 #include "instance/SystemIdentity.h"
 
 #include <cmpift.h>
 
 namespace NQORVA20 {
 
-namespace {
-
-std::string text(CMPIString* s) {
-    const char* chars = s && s->ft ? s->ft->getCharPtr(s, nullptr) : nullptr;
-    return chars ? chars : "";
-}
-
-} // namespace
-
 DiagUser::DiagUser() = default;
 DiagUser::~DiagUser() = default;
 void DiagUser::init() {}
 
 void DiagUser::setLocation(const CMPIObjectPath* reference) {
-    if (reference == nullptr || reference->ft == nullptr)
+    if (!CmpiBoundary::usable(reference))
         return;
-    host_ = text(reference->ft->getHostname(reference, nullptr));
-    nameSpace_ = text(reference->ft->getNameSpace(reference, nullptr));
+    host_ = CmpiBoundary::hostName(reference);
+    nameSpace_ = CmpiBoundary::nameSpace(reference);
 }
 
 bool DiagUser::isLocal() const {

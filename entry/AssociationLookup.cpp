@@ -1,5 +1,6 @@
 #include "entry/AssociationLookup.h"
 
+#include "common/CmpiBoundary.h"
 #include "common/CoreLog.h"
 #include "common/ProviderScope.h"
 #include "entry/ResultCopy.h"
@@ -17,9 +18,7 @@ void ReturnInstance(const CMPIResult* result, CMPIInstance* association) {
 }
 
 void ReturnObjectPath(const CMPIResult* result, CMPIInstance* association) {
-    CMPIObjectPath* path = association->ft->getObjectPath(association, nullptr);
-    if (result != nullptr && result->ft != nullptr && path != nullptr)
-        result->ft->returnObjectPath(result, path);
+    CmpiBoundary::returnPath(result, association->ft->getObjectPath(association, nullptr));
 }
 
 bool IsRefInstanceMatch(const CMPIBroker* broker, CMPIObjectPath* reference,
@@ -32,7 +31,7 @@ bool IsRefInstanceMatch(const CMPIBroker* broker, CMPIObjectPath* reference,
 }
 
 bool IsRefClassMatch(const CMPIBroker* broker, CMPIObjectPath* reference, std::string wantedClass) {
-    if (broker == nullptr || broker->eft == nullptr)
+    if (!CmpiBoundary::brokerUsable(broker))
         return false;
     return broker->eft->classPathIsA(broker, reference, wantedClass.c_str(), nullptr) != 0;
 }
@@ -101,8 +100,7 @@ void AssociatorsImpl(const CMPIBroker* broker, const CMPIResult* result,
             AssociationsOfClass(broker, result, sourceText, classKey, true, resultClass, role,
                                 resultRole, returnFn);
     }
-    if (result != nullptr && result->ft != nullptr)
-        result->ft->returnDone(result);
+    CmpiBoundary::returnDone(result);
 }
 
 } // namespace NQORVA20

@@ -1,5 +1,6 @@
 #include "entry/DiagServiceProviderCommon.h"
 
+#include "common/CmpiBoundary.h"
 #include "common/CoreLog.h"
 #include "entry/AssociationLookup.h"
 #include "entry/EntryGuard.h"
@@ -17,30 +18,17 @@ using NQORVA20::coreLog;
 using NQORVA20::guarded;
 using NQORVA20::InstanceRegistry;
 using NQORVA20::LogDebug;
+using NQORVA20::CmpiBoundary::returnDone;
+using NQORVA20::CmpiBoundary::returnPath;
+using NQORVA20::CmpiBoundary::status;
+using NQORVA20::CmpiBoundary::usable;
 
 namespace {
-
-CMPIStatus status(CMPIrc rc) {
-    CMPIStatus s = {rc, nullptr};
-    return s;
-}
-
-bool usable(const CMPIResult* result) {
-    return result != nullptr && result->ft != nullptr;
-}
 
 // The broker could not make the copy an answer is given: the request fails rather than hand
 // over the registry's own instance.
 CMPIStatus copyFailed(const CMPIBroker* broker) {
-    CMPIStatus failed = status(CMPI_RC_ERR_FAILED);
-    if (broker != nullptr && broker->eft != nullptr)
-        failed.msg = broker->eft->newString(broker, "Could not copy the instance", nullptr);
-    return failed;
-}
-
-void returnDone(const CMPIResult* result) {
-    if (usable(result))
-        result->ft->returnDone(result);
+    return status(broker, CMPI_RC_ERR_FAILED, "Could not copy the instance");
 }
 
 } // namespace
@@ -64,8 +52,7 @@ CMPIStatus DiagServiceProviderCommonEnumInstanceNames(const CMPIBroker* broker, 
         for (std::size_t i = 0; i < instances.size(); ++i) {
             CMPIInstance* inst = instances[i];
             CMPIObjectPath* path = inst->ft->getObjectPath(inst, &last);
-            if (usable(rslt) && path != nullptr)
-                rslt->ft->returnObjectPath(rslt, path);
+            returnPath(rslt, path);
         }
         returnDone(rslt);
         return last;
@@ -99,11 +86,7 @@ CMPIStatus DiagServiceProviderCommonGetInstance(const CMPIBroker* broker, CMPIIn
             return ClientLimits::Refusal(broker, "the object path", tooLarge);
         CMPIInstance* inst = InstanceRegistry::Singleton()->GetCMPIInstance(broker, cop);
         if (inst == nullptr) {
-            CMPIStatus miss = status(CMPI_RC_ERR_FAILED);
-            if (broker != nullptr && broker->eft != nullptr)
-                miss.msg =
-                    broker->eft->newString(broker, "Could not find or construct instance", nullptr);
-            return miss;
+            return status(broker, CMPI_RC_ERR_FAILED, "Could not find or construct instance");
         }
         if (!NQORVA20::ReturnInstanceCopy(rslt, inst))
             return copyFailed(broker);

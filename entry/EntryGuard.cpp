@@ -1,8 +1,7 @@
 #include "entry/EntryGuard.h"
 
+#include "common/CmpiBoundary.h"
 #include "common/CoreLog.h"
-
-#include <cmpift.h>
 
 #include <string>
 
@@ -11,17 +10,14 @@ namespace NQORVA20 {
 CMPIStatus entryFailure(const CMPIBroker* broker, const char* operation,
                         const char* reason) noexcept {
     CMPIStatus status = {CMPI_RC_ERR_FAILED, nullptr};
-    const bool haveBroker = broker != nullptr && broker->eft != nullptr;
     try {
         std::string text = std::string(operation) + " failed: " + (reason ? reason : "");
         coreLog(broker, LogError, text);
-        if (haveBroker)
-            status.msg = broker->eft->newString(broker, text.c_str(), nullptr);
+        status.msg = CmpiBoundary::newString(broker, text.c_str());
     } catch (...) {
         // No memory left for a composed text: report with fixed ones.
         coreLog(broker, LogError, "operation failed: out of memory");
-        if (haveBroker)
-            status.msg = broker->eft->newString(broker, "operation failed: out of memory", nullptr);
+        status.msg = CmpiBoundary::newString(broker, "operation failed: out of memory");
     }
     return status;
 }

@@ -1,5 +1,6 @@
 #include "entry/ProviderStartup.h"
 
+#include "common/CmpiBoundary.h"
 #include "common/CoreLog.h"
 
 #include <cmpift.h>
@@ -19,10 +20,7 @@ CMPIStatus ok() {
 }
 
 CMPIStatus stillRunning(const CMPIBroker* broker) noexcept {
-    CMPIStatus s = {CMPI_RC_ERR_FAILED, nullptr};
-    if (broker != nullptr && broker->eft != nullptr && broker->eft->newString != nullptr)
-        s.msg = broker->eft->newString(broker, "provider start-up is still running", nullptr);
-    return s;
+    return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED, "provider start-up is still running");
 }
 
 std::string upper(std::string text) {
@@ -111,10 +109,9 @@ void ProviderStartup::upcallEnds(const std::string& className) noexcept {
 }
 
 bool ProviderStartup::isOwnUpcall(const CMPIObjectPath* op) const {
-    if (upcallClasses_.empty() || op == nullptr || op->ft == nullptr)
+    if (upcallClasses_.empty() || !CmpiBoundary::usable(op))
         return false;
-    CMPIString* name = op->ft->getClassName(op, nullptr);
-    const char* chars = name && name->ft ? name->ft->getCharPtr(name, nullptr) : nullptr;
+    const char* chars = CmpiBoundary::chars(op->ft->getClassName(op, nullptr));
     if (chars == nullptr)
         return false;
     return std::find(upcallClasses_.begin(), upcallClasses_.end(), upper(chars)) !=

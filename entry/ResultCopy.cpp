@@ -1,19 +1,21 @@
 #include "entry/ResultCopy.h"
 
+#include "common/CmpiBoundary.h"
+
 #include <cmpift.h>
 
 namespace NQORVA20 {
 
 bool ReturnInstanceCopy(const CMPIResult* result, const CMPIInstance* kept) {
-    if (result == nullptr || result->ft == nullptr)
+    if (!CmpiBoundary::usable(result))
         return true;
-    if (kept == nullptr || kept->ft == nullptr)
+    if (!CmpiBoundary::usable(kept))
         return false;
     CMPIInstance* copy = kept->ft->clone(kept, nullptr);
-    if (copy == nullptr || copy->ft == nullptr)
+    if (!CmpiBoundary::usable(copy))
         return false;
     result->ft->returnInstance(result, copy);
-    copy->ft->release(copy);
+    CmpiBoundary::release(copy);
     return true;
 }
 

@@ -1,14 +1,12 @@
 #include "factory/AvailServiceFactory.h"
 
-#include "common/Constants.h"
-#include "common/ProviderScope.h"
+#include "common/CmpiBoundary.h"
 #include "diag/AvailableDiagnosticService.h"
 #include "diag/DecimalText.h"
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
 
 #include <cmpift.h>
-#include <cmpimacs.h>
 
 #include <memory>
 
@@ -17,14 +15,7 @@ namespace NQORVA20 {
 CMPIEnumeration* AvailServiceFactory::EnumerateUsers(const CMPIBroker* broker,
                                                      const CMPIContext* ctx,
                                                      std::string className) {
-    if (broker == nullptr || broker->eft == nullptr || broker->bft == nullptr)
-        return nullptr;
-    CMPIObjectPath* path =
-        broker->eft->newObjectPath(broker, cimNameSpace, className.c_str(), nullptr);
-    if (path == nullptr)
-        return nullptr;
-    ProviderScope::StartupUpcall upcall(className);
-    return CBEnumInstances(broker, ctx, path, nullptr, nullptr);
+    return CmpiBoundary::enumInstances(broker, ctx, className);
 }
 
 void AvailServiceFactory::CreateAvailableServices(const CMPIBroker* broker, const CMPIContext* ctx,
@@ -34,13 +25,12 @@ void AvailServiceFactory::CreateAvailableServices(const CMPIBroker* broker, cons
                                                   unsigned int enumOrderStep) {
     InstanceRegistry* registry = InstanceRegistry::Singleton();
     CMPIEnumeration* users = EnumerateUsers(broker, ctx, userClassName);
-    if (users == nullptr || users->ft == nullptr || service == nullptr)
+    if (service == nullptr)
         return;
     unsigned int order = firstEnumOrder;
-    while (users->ft->hasNext(users, nullptr)) {
-        CMPIData next = users->ft->getNext(users, nullptr);
-        CMPIInstance* user = next.value.inst;
-        if (next.type != CMPI_instance || user == nullptr || user->ft == nullptr)
+    CMPIInstance* user = nullptr;
+    while (CmpiBoundary::next(users, &user)) {
+        if (user == nullptr)
             continue;
         CMPIObjectPath* userPath = user->ft->getObjectPath(user, nullptr);
 

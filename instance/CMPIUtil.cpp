@@ -1,10 +1,8 @@
 #include "instance/CMPIUtil.h"
 
-#include "common/Constants.h"
-#include "common/ProviderScope.h"
+#include "common/CmpiBoundary.h"
 
 #include <cmpift.h>
-#include <cmpimacs.h>
 
 #include <string_view>
 
@@ -12,13 +10,6 @@ namespace NQORVA20 {
 namespace CMPIUtil {
 
 namespace {
-
-std::string textOf(const CMPIString* s) {
-    if (s == nullptr || s->ft == nullptr)
-        return std::string();
-    const char* chars = s->ft->getCharPtr(s, nullptr);
-    return chars ? std::string(chars) : std::string();
-}
 
 // Undoes backslash escapes in one left-to-right pass: \n, \r and \t become the control
 // characters, any other escaped character stands for itself, and a trailing backslash vanishes.
@@ -52,17 +43,17 @@ std::string unescape(std::string text) {
 } // namespace
 
 std::string GetClassName(const CMPIObjectPath* path) {
-    if (path == nullptr || path->ft == nullptr)
+    if (!CmpiBoundary::usable(path))
         return std::string();
     CMPIStatus status = {CMPI_RC_OK, nullptr};
-    return textOf(path->ft->getClassName(path, &status));
+    return CmpiBoundary::text(path->ft->getClassName(path, &status));
 }
 
 std::string GetObjectPathString(const CMPIObjectPath* path) {
-    if (path == nullptr || path->ft == nullptr)
+    if (!CmpiBoundary::usable(path))
         return std::string();
     CMPIStatus status = {CMPI_RC_OK, nullptr};
-    return StripObjectPath(unescape(textOf(path->ft->toString(path, &status))));
+    return StripObjectPath(unescape(CmpiBoundary::text(path->ft->toString(path, &status))));
 }
 
 std::string StripObjectPath(std::string text) {
@@ -117,38 +108,24 @@ void ParseObjectPath(std::string& text, InstanceImpl& instance) {
 }
 
 std::string GetDateTimeString(const CMPIBroker* broker) {
-    if (broker == nullptr || broker->eft == nullptr)
+    if (!CmpiBoundary::brokerUsable(broker))
         return std::string();
     CMPIDateTime* now = broker->eft->newDateTime(broker, nullptr);
-    if (now == nullptr || now->ft == nullptr)
+    if (!CmpiBoundary::usable(now))
         return std::string();
-    return textOf(now->ft->getStringFormat(now, nullptr));
+    return CmpiBoundary::text(now->ft->getStringFormat(now, nullptr));
 }
 
 std::string GetSystemName(const CMPIBroker* broker, const CMPIContext* ctx) {
-    if (broker == nullptr || broker->eft == nullptr || broker->bft == nullptr)
-        return std::string();
-    CMPIObjectPath* path =
-        broker->eft->newObjectPath(broker, cimNameSpace, "ZORQ_ComputerSystem", nullptr);
-    if (path == nullptr)
-        return std::string();
-    CMPIEnumeration* systems = nullptr;
-    {
-        ProviderScope::StartupUpcall upcall("ZORQ_ComputerSystem");
-        systems = CBEnumInstances(broker, ctx, path, nullptr, nullptr);
-    }
-    if (systems == nullptr || systems->ft == nullptr || !systems->ft->hasNext(systems, nullptr))
-        return std::string();
-    // The element is read as an instance whatever its state says: an object manager may mark a
-    // valid instance null in an enumeration.
-    CMPIData first = systems->ft->getNext(systems, nullptr);
-    CMPIInstance* system = first.value.inst;
-    if (first.type != CMPI_instance || system == nullptr || system->ft == nullptr)
+    CMPIInstance* system = nullptr;
+    if (!CmpiBoundary::next(CmpiBoundary::enumInstances(broker, ctx, "ZORQ_ComputerSystem"),
+                            &system) ||
+        system == nullptr)
         return std::string();
     CMPIData name = system->ft->getProperty(system, "Name", nullptr);
     if (name.type != CMPI_string || (name.state & CMPI_nullValue))
         return std::string();
-    return textOf(name.value.string);
+    return CmpiBoundary::text(name.value.string);
 }
 
 } // namespace CMPIUtil

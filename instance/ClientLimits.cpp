@@ -1,5 +1,7 @@
 #include "instance/ClientLimits.h"
 
+#include "common/CmpiBoundary.h"
+
 #include <cmpift.h>
 
 #include <cstring>
@@ -9,14 +11,14 @@ namespace NQORVA20 {
 namespace {
 
 std::size_t length(const CMPIString* s) {
-    const char* chars = s && s->ft ? s->ft->getCharPtr(s, nullptr) : nullptr;
+    const char* chars = CmpiBoundary::chars(s);
     return chars ? std::strlen(chars) : 0;
 }
 
 } // namespace
 
 std::string ClientLimits::Exceeded(const CMPIObjectPath* path) {
-    if (path == nullptr || path->ft == nullptr)
+    if (!CmpiBoundary::usable(path))
         return {};
     const CMPICount keys = path->ft->getKeyCount(path, nullptr);
     if (keys > maxKeys)
@@ -37,11 +39,8 @@ std::string ClientLimits::Exceeded(const CMPIObjectPath* path) {
 
 CMPIStatus ClientLimits::Refusal(const CMPIBroker* broker, const std::string& what,
                                  const std::string& reason) {
-    CMPIStatus status = {CMPI_RC_ERR_INVALID_PARAMETER, nullptr};
-    if (broker != nullptr && broker->eft != nullptr)
-        status.msg =
-            broker->eft->newString(broker, (what + " refused: " + reason).c_str(), nullptr);
-    return status;
+    return CmpiBoundary::status(broker, CMPI_RC_ERR_INVALID_PARAMETER,
+                                (what + " refused: " + reason).c_str());
 }
 
 } // namespace NQORVA20

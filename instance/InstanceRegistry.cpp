@@ -1,6 +1,7 @@
 #include "instance/InstanceRegistry.h"
 
 #include "builder/InstanceBuilder.h"
+#include "common/CmpiBoundary.h"
 #include "common/Constants.h"
 #include "common/CoreLog.h"
 #include "common/ProviderScope.h"
@@ -49,14 +50,12 @@ void InstanceRegistry::RegisterInstance(const CMPIBroker* broker, const CMPICont
         clone = second->ft->clone(first, &status);
     // Until the registry has filed it, the clone is nobody's: an exception (no memory) on the
     // way there releases it, and leaves the instance object to the caller.
-    std::unique_ptr<CMPIInstance, void (*)(CMPIInstance*)> pendingClone(clone, [](CMPIInstance* c) {
-        if (c != nullptr && c->ft != nullptr && c->ft->release != nullptr)
-            c->ft->release(c);
-    });
+    std::unique_ptr<CMPIInstance, void (*)(CMPIInstance*)> pendingClone(
+        clone, [](CMPIInstance* c) { CmpiBoundary::release(c); });
     logText << "Created instance: " << static_cast<const void*>(clone)
             << ", hdl = " << (clone ? clone->hdl : nullptr);
     coreLog(broker, LogDebug, logText.str());
-    if (clone == nullptr || clone->ft == nullptr) {
+    if (!CmpiBoundary::usable(clone)) {
         std::lock_guard<std::mutex> lock(mutex_);
         unserved_.push_back(impl);
         return;
@@ -128,7 +127,7 @@ InstanceRegistry::Instance* InstanceRegistry::find(const InstanceContainer& cont
     for (; first != last; ++first) {
         Instance* record = *first->second.slot;
         if (first->second.container != &container || record == nullptr ||
-            record->cmpiInstance == nullptr || record->cmpiInstance->ft == nullptr)
+            !CmpiBoundary::usable(record->cmpiInstance))
             continue;
         CMPIInstance* kept = record->cmpiInstance;
         if (OrderFreeKey(kept->ft->getObjectPath(kept, nullptr)) == wanted)
@@ -157,7 +156,7 @@ InstanceRegistry::Instance*& InstanceRegistry::entry(InstanceContainer& containe
 std::string InstanceRegistry::OrderFreeKey(const CMPIObjectPath* path) {
     // The class and every key binding, name and value, sorted by name; a reference value is the
     // referenced path's own order-free key, so nested keys may come in any order too.
-    if (path == nullptr || path->ft == nullptr)
+    if (!CmpiBoundary::usable(path))
         return std::string();
     std::string key = CMPIUtil::GetClassName(path);
     std::vector<std::pair<std::string, std::string>> bindings;
@@ -165,13 +164,12 @@ std::string InstanceRegistry::OrderFreeKey(const CMPIObjectPath* path) {
     for (CMPICount i = 0; i < count; ++i) {
         CMPIString* name = nullptr;
         CMPIData data = path->ft->getKeyAt(path, i, &name, nullptr);
-        const char* nameChars = name && name->ft ? name->ft->getCharPtr(name, nullptr) : nullptr;
+        const char* nameChars = CmpiBoundary::chars(name);
         std::string value;
         if (data.state & CMPI_nullValue) {
             value = "\x01";
         } else if (data.type == CMPI_string && data.value.string && data.value.string->ft) {
-            const char* chars = data.value.string->ft->getCharPtr(data.value.string, nullptr);
-            value = chars ? chars : "";
+            value = CmpiBoundary::text(data.value.string);
         } else if (data.type == CMPI_ref) {
             value = "{" + OrderFreeKey(data.value.ref) + "}";
         } else if (data.type == CMPI_boolean) {
@@ -308,15 +306,11 @@ CMPIStatus InstanceRegistry::InvokeMethod(const CMPIBroker* broker, const CMPICo
     if (record == nullptr || record->impl == nullptr) {
         // A path the broker cannot render (no memory) names nothing the lookup could find: that
         // is a failure of the call, not an unknown instance.
-        if (path != nullptr && path->ft != nullptr && CMPIUtil::GetObjectPathString(path).empty()) {
-            CMPIStatus failed = {CMPI_RC_ERR_FAILED, nullptr};
-            if (broker != nullptr && broker->eft != nullptr)
-                failed.msg =
-                    broker->eft->newString(broker, "the object path could not be read", nullptr);
-            return failed;
+        if (CmpiBoundary::usable(path) && CMPIUtil::GetObjectPathString(path).empty()) {
+            return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED,
+                                        "the object path could not be read");
         }
-        CMPIStatus notFound = {CMPI_RC_ERR_NOT_FOUND, nullptr};
-        return notFound;
+        return CmpiBoundary::status(CMPI_RC_ERR_NOT_FOUND);
     }
     return record->impl->invokeMethod(broker, context, result, path, methodName, in, out);
 }

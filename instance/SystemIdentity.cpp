@@ -1,4 +1,5 @@
 #include "instance/SystemIdentity.h"
+#include "common/CmpiBoundary.h"
 
 #include "common/Constants.h"
 
@@ -91,14 +92,10 @@ bool SystemIdentity::IsThisSystem(const std::string& host) {
 }
 
 bool SystemIdentity::IsLocalPath(const CMPIObjectPath* path) {
-    if (path == nullptr || path->ft == nullptr)
+    if (!CmpiBoundary::usable(path))
         return false;
-    auto text = [](CMPIString* s) {
-        const char* chars = s && s->ft ? s->ft->getCharPtr(s, nullptr) : nullptr;
-        return std::string(chars ? chars : "");
-    };
-    return IsThisSystem(text(path->ft->getHostname(path, nullptr))) &&
-           IsPublishedNamespace(text(path->ft->getNameSpace(path, nullptr)));
+    return IsThisSystem(CmpiBoundary::hostName(path)) &&
+           IsPublishedNamespace(CmpiBoundary::nameSpace(path));
 }
 
 bool SystemIdentity::IsPublishedNamespace(const std::string& nameSpace) {
