@@ -195,6 +195,7 @@ int Diagctl::serve(diaghost::Host& host) {
     if (!options_.listen.empty())
         options.listen = options_.listen;
     options.threads = options_.threads;
+    options.idleTimeoutSeconds = options_.idleTimeoutSeconds;
     options.unauthenticatedRemote = options_.unauthenticatedRemote;
     std::ofstream logFile;
     if (options_.accessLog == "-") {

@@ -38,7 +38,7 @@ void DiagctlOptions::usage(std::ostream& out) {
            "  run SERVICE_PATH ELEMENT_PATH RunDiagnostic of a service on an element\n"
            "  demo                          every service on every element it can test\n"
            "  serve [--listen ADDR:PORT] [--threads N] [--access-log FILE|-]\n"
-           "        [--unauthenticated-remote]\n"
+           "        [--idle-timeout SECONDS] [--unauthenticated-remote]\n"
            "                                answer WBEM clients (CIM-XML over HTTP) until\n"
            "                                SIGTERM; default 127.0.0.1:5988, --listen repeatable\n"
            "paths are in the DMTF text form, e.g. 'ZORQ_NetworkPort.DeviceID=\"eth0\",...'\n"
@@ -98,6 +98,13 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             if (t.empty() || *end != '\0' || n == 0 || n > 256)
                 throw UsageError("--threads takes a number from 1 to 256");
             o.threads = static_cast<unsigned>(n), sawServe = true;
+        } else if (a == "--idle-timeout") {
+            const std::string t = value();
+            char* end = nullptr;
+            unsigned long n = std::strtoul(t.c_str(), &end, 10);
+            if (t.empty() || *end != '\0' || n == 0 || n > 86400)
+                throw UsageError("--idle-timeout takes a number of seconds from 1 to 86400");
+            o.idleTimeoutSeconds = static_cast<unsigned>(n), sawServe = true;
         } else if (a == "--unauthenticated-remote") {
             o.unauthenticatedRemote = true, sawServe = true;
         } else if (a == "--access-log") {
@@ -131,7 +138,8 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
         throw UsageError("association filters apply to assoc only");
     if (sawServe && shape.command != Command::Serve)
         throw UsageError(
-            "--listen, --threads, --access-log and --unauthenticated-remote apply to serve only");
+            "--listen, --threads, --access-log, --idle-timeout and --unauthenticated-remote apply "
+            "to serve only");
     if (sawNames && !shape.names)
         throw UsageError("--names applies to enum and assoc only");
     for (const std::string& operand : o.operands)

@@ -42,6 +42,7 @@ struct DiagctlOptions {
     // access log ("-" for the error stream; empty: none).
     std::vector<std::string> listen;
     unsigned threads = 4;
+    unsigned idleTimeoutSeconds = 60; // a connection idle this long is closed
     std::string accessLog;
     bool unauthenticatedRemote = false; // serve non-loopback addresses without authentication
 
