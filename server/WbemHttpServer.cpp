@@ -28,6 +28,7 @@ using Clock = std::chrono::steady_clock;
 struct Exchange {
     Clock::time_point started = Clock::now();
     std::string body;
+    std::size_t received = 0; // body bytes, kept or not
     bool tooLarge = false;
     bool answered = false;
 };
@@ -190,10 +191,13 @@ struct WbemHttpServer::Impl {
         if (mpost) {
             const char* man = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Man");
             const char* ns = man ? std::strstr(man, "ns=") : nullptr;
-            if (!man || !std::strstr(man, "http://www.dmtf.org/cim/mapping/http/v1.0") || !ns)
-                return refuse(connection, exchange, 400, "request-not-valid",
+            // A mandatory request whose extension is not understood is answered 510, the sign
+            // for clients to send it again as POST.
+            if (!man || !std::strstr(man, "http://www.dmtf.org/cim/mapping/http/v1.0"))
+                return refuse(connection, exchange, MHD_HTTP_NOT_EXTENDED, "",
                               "M-POST without the CIM mapping in its Man header");
-            for (const char* p = ns + 3; std::isdigit(static_cast<unsigned char>(*p)); ++p)
+            for (const char* p = ns ? ns + 3 : ""; std::isdigit(static_cast<unsigned char>(*p));
+                 ++p)
                 prefix += *p;
             if (prefix.empty())
                 return refuse(connection, exchange, 400, "request-not-valid",
@@ -243,8 +247,9 @@ struct WbemHttpServer::Impl {
             return MHD_NO;
         MHD_add_response_header(response, "Content-Type", "application/xml; charset=\"utf-8\"");
         MHD_add_response_header(response, (prefix + "CIMOperation").c_str(), "MethodResponse");
+        // Ext has no value; libmicrohttpd takes no empty one, and a blank reads as none.
         if (mpost)
-            MHD_add_response_header(response, "Ext", "");
+            MHD_add_response_header(response, "Ext", " ");
         MHD_Result queued = MHD_queue_response(connection, MHD_HTTP_OK, response);
         MHD_destroy_response(response);
         return queued;
@@ -295,11 +300,18 @@ struct WbemHttpServer::Impl {
                 return MHD_YES;
             }
             if (*uploadSize > 0) {
-                if (exchange->body.size() + *uploadSize > impl->options.maxBody) {
-                    exchange->tooLarge = true;
-                    exchange->body.clear();
-                    exchange->body.shrink_to_fit();
-                    return MHD_NO; // a body sent without its length: the connection goes
+                exchange->received += *uploadSize;
+                if (exchange->received > impl->options.maxBody) {
+                    // A body sent without its length grew past the limit. No answer can be
+                    // given before the body ends, so the rest is read and dropped and the 413
+                    // comes at its end; a client still sending at twice the limit is cut off.
+                    if (!exchange->tooLarge) {
+                        exchange->tooLarge = true;
+                        exchange->body.clear();
+                        exchange->body.shrink_to_fit();
+                    }
+                    *uploadSize = 0;
+                    return exchange->received / 2 > impl->options.maxBody ? MHD_NO : MHD_YES;
                 }
                 exchange->body.append(upload, *uploadSize);
                 *uploadSize = 0;

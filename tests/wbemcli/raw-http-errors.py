@@ -1,0 +1,319 @@
+#!/usr/bin/env python3
+"""Raw HTTP against `diagctl serve`: every class of faulty request gets the HTTP status and the
+CIMError header that name it (or a CIM error in a 200 answer), and after every one of them a good
+request on a fresh connection is still answered and the process is still running.
+
+Usage: raw-http-errors.py PATH_TO_DIAGCTL"""
+import http.client
+import os
+import re
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+NS = "root/cimv2"
+HOST = "127.0.0.1"
+IDLE_TIMEOUT = 3  # seconds, given to the server with --idle-timeout
+failures = []
+
+
+def fail(case, why):
+    failures.append(f"{case}: {why}")
+    print(f"FAIL {case}: {why}", flush=True)
+
+
+def message(call, protocol="1.0"):
+    return (f'<?xml version="1.0" encoding="utf-8"?><CIM CIMVERSION="2.0" DTDVERSION="2.0">'
+            f'<MESSAGE ID="1" PROTOCOLVERSION="{protocol}"><SIMPLEREQ>{call}</SIMPLEREQ></MESSAGE>'
+            f'</CIM>')
+
+
+def imethod(name, params, ns=NS):
+    path = "".join(f'<NAMESPACE NAME="{n}"/>' for n in ns.split("/"))
+    return (f'<IMETHODCALL NAME="{name}"><LOCALNAMESPACEPATH>{path}</LOCALNAMESPACEPATH>{params}'
+            f'</IMETHODCALL>')
+
+
+def classname(cls):
+    return f'<IPARAMVALUE NAME="ClassName"><CLASSNAME NAME="{cls}"/></IPARAMVALUE>'
+
+
+ENUM_NAMES = message(imethod("EnumerateInstanceNames", classname("ZORQ_ComputerSystem")))
+
+
+def request(body, method="POST", path="/cimom", headers=None, keep_alive=False):
+    """The raw bytes of a request: `headers` adds to or (with None values) removes from the
+    CIM headers of an EnumerateInstanceNames in root/cimv2."""
+    body = body.encode() if isinstance(body, str) else body
+    h = {"Host": f"{HOST}", "Content-Type": 'application/xml; charset="utf-8"',
+         "Content-Length": str(len(body)), "CIMOperation": "MethodCall",
+         "CIMMethod": "EnumerateInstanceNames", "CIMObject": "root%2Fcimv2"}
+    if not keep_alive:
+        h["Connection"] = "close"
+    for name, value in (headers or {}).items():
+        if value is None:
+            h.pop(name, None)
+        else:
+            h[name] = value
+    head = f"{method} {path} HTTP/1.1\r\n" + "".join(f"{k}: {v}\r\n" for k, v in h.items())
+    return head.encode() + b"\r\n" + body
+
+
+def read_answer(sock, method="POST"):
+    answer = http.client.HTTPResponse(sock, method=method)
+    answer.begin()
+    return answer, answer.read()
+
+
+def send(raw, timeout=10):
+    with socket.create_connection((HOST, PORT), timeout=timeout) as sock:
+        sock.sendall(raw)
+        return read_answer(sock)
+
+
+def expect(case, answer, status, cim_error=None, body_has=None, known_fault=None):
+    """known_fault: why the server is known to answer otherwise; a wrong answer is then reported
+    but does not fail the test, and a right one asks for the mark to go."""
+    got, body = answer
+    wrong = []
+    if got.status != status:
+        wrong.append(f"HTTP {got.status}, expected {status}")
+    if got.getheader("CIMError") != cim_error:
+        wrong.append(f"CIMError {got.getheader('CIMError')!r}, expected {cim_error!r}")
+    if body_has and not re.search(body_has, body.decode(errors="replace")):
+        wrong.append(f"the answer does not match {body_has!r}: {body[:300]!r}")
+    if known_fault:
+        print(f"{'XFAIL' if wrong else 'XPASS'} {case}: {'; '.join(wrong) or 'now right'}"
+              f" ({known_fault})", flush=True)
+        return body
+    for why in wrong:
+        fail(case, why)
+    print(f"ok   {case}: {got.status} {got.getheader('CIMError') or ''}", flush=True)
+    return body
+
+
+def server_goes_on(after):
+    if server.poll() is not None:
+        fail(after, f"the server exited with {server.returncode}")
+        raise SystemExit(report())
+    try:
+        got, body = send(request(ENUM_NAMES), timeout=5)
+        if got.status != 200 or b"<INSTANCENAME" not in body:
+            fail(after, f"a good request afterwards got {got.status}: {body[:200]!r}")
+    except OSError as e:
+        fail(after, f"a good request afterwards failed: {e}")
+
+
+def report():
+    print(f"{len(failures)} failure(s)" if failures else "all cases passed")
+    return 1 if failures else 0
+
+
+def cim_error_case(case, call, method, code, cim_object="root%2Fcimv2"):
+    expect(case, send(request(message(call), headers={"CIMMethod": method,
+                                                      "CIMObject": cim_object})),
+           200, body_has=f'<ERROR CODE="{code}"')
+
+
+def main():
+    # The good requests themselves: GetInstance of an instance EnumerateInstanceNames names.
+    names = expect("EnumerateInstanceNames", send(request(ENUM_NAMES)), 200,
+                   body_has="<INSTANCENAME").decode()
+    first = re.search(r"<INSTANCENAME.*?</INSTANCENAME>", names, re.S).group(0)
+    param = f'<IPARAMVALUE NAME="InstanceName">{first}</IPARAMVALUE>'
+    expect("GetInstance", send(request(message(imethod("GetInstance", param)),
+                                       headers={"CIMMethod": "GetInstance"})),
+           200, body_has='<INSTANCE CLASSNAME="ZORQ_ComputerSystem"')
+
+    # HTTP-level refusals.
+    got, _ = send(request(b"", method="GET", headers={"Content-Length": None}))
+    expect("GET instead of POST", (got, b""), 405)
+    if "POST" not in (got.getheader("Allow") or ""):
+        fail("GET instead of POST", "no Allow header naming POST")
+    server_goes_on("GET")
+    expect("a path other than /cimom", send(request(ENUM_NAMES, path="/other")), 404)
+    server_goes_on("wrong path")
+
+    # The CIM headers.
+    expect("no CIMOperation header", send(request(ENUM_NAMES, headers={"CIMOperation": None})),
+           400, "unsupported-operation")
+    server_goes_on("no CIMOperation")
+    expect("CIMProtocolVersion 2.0", send(request(ENUM_NAMES,
+                                                  headers={"CIMProtocolVersion": "2.0"})),
+           501, "unsupported-protocol-version")
+    server_goes_on("CIMProtocolVersion")
+    expect("PROTOCOLVERSION 2.0 in the body", send(request(message(
+        imethod("EnumerateInstanceNames", classname("ZORQ_ComputerSystem")), protocol="2.0"))),
+           501, "unsupported-protocol-version")
+    server_goes_on("PROTOCOLVERSION")
+    for case, headers in [("CIMMethod naming another method", {"CIMMethod": "GetInstance"}),
+                          ("no CIMMethod header", {"CIMMethod": None}),
+                          ("CIMObject naming another namespace", {"CIMObject": "root%2Fother"}),
+                          ("no CIMObject header", {"CIMObject": None})]:
+        expect(case, send(request(ENUM_NAMES, headers=headers)), 400, "header-mismatch")
+        server_goes_on(case)
+
+    # M-POST: its headers carry the prefix the Man header gives them.
+    mapping = '"http://www.dmtf.org/cim/mapping/http/v1.0"; ns=73'
+    prefixed = {"Man": mapping, "CIMOperation": None, "CIMMethod": None, "CIMObject": None,
+                "73-CIMOperation": "MethodCall", "73-CIMMethod": "EnumerateInstanceNames",
+                "73-CIMObject": "root%2Fcimv2"}
+    got, body = send(request(ENUM_NAMES, method="M-POST", headers=prefixed))
+    expect("M-POST with its Man header", (got, body), 200, body_has="<INSTANCENAME")
+    if got.getheader("Ext") is None or got.getheader("73-CIMOperation") != "MethodResponse":
+        fail("M-POST with its Man header", "no Ext or 73-CIMOperation header in the answer")
+    server_goes_on("M-POST")
+    # Without a mandatory declaration the server cannot have understood the extension: 510, which
+    # clients take as the sign to retry with POST.
+    expect("M-POST without Man", send(request(ENUM_NAMES, method="M-POST",
+                                              headers=dict(prefixed, Man=None))), 510)
+    server_goes_on("M-POST without Man")
+    expect("M-POST with another extension in Man", send(request(
+        ENUM_NAMES, method="M-POST", headers=dict(prefixed, Man='"http://example.org/x"; ns=73'))),
+           510)
+    server_goes_on("M-POST with another extension")
+
+    # Bodies that are not CIM-XML, or XML the server must not process.
+    expect("an empty body", send(request(b"")), 400, "request-not-well-formed")
+    expect("truncated XML", send(request(ENUM_NAMES[:-20])), 400, "request-not-well-formed")
+    expect("XML that is not a CIM message", send(request("<NOTCIM/>")), 400, "request-not-valid")
+    expect("CIMVERSION 3.0", send(request(ENUM_NAMES.replace('CIMVERSION="2.0"',
+                                                             'CIMVERSION="3.0"'))),
+           501, "unsupported-cim-version")
+    expect("a CIM element without its versions", send(request("<CIM><MESSAGE/></CIM>")), 400,
+           "request-not-valid",
+           known_fault="the decoder takes a missing CIMVERSION for an unsupported one: 501")
+    expect("a call without its namespace", send(request(message(
+        '<IMETHODCALL NAME="EnumerateInstanceNames"/>'))), 400, "request-not-valid")
+    server_goes_on("malformed bodies")
+    bomb = ('<?xml version="1.0"?><!DOCTYPE CIM [<!ENTITY a "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaa">' +
+            "".join(f'<!ENTITY {chr(98 + i)} "' + f"&{chr(97 + i)};" * 10 + '">'
+                    for i in range(9)) + ']>' + message("&j;").split("?>", 1)[1])
+    started = time.monotonic()
+    expect("an entity expansion bomb", send(request(bomb)), 400, "request-not-well-formed")
+    if time.monotonic() - started > 2:
+        fail("an entity expansion bomb", "the answer took more than 2 s")
+    server_goes_on("entity bomb")
+    xxe = ('<?xml version="1.0"?><!DOCTYPE CIM [<!ENTITY x SYSTEM "file:///etc/passwd">]>' +
+           message(imethod("EnumerateInstanceNames", classname("&x;"))).split("?>", 1)[1])
+    body = expect("an external entity", send(request(xxe)), 400, "request-not-well-formed")
+    if b"root:" in body:
+        fail("an external entity", "the answer holds /etc/passwd")
+    server_goes_on("external entity")
+    deep = "<CIM>" + "<A>" * 100000 + "</A>" * 100000 + "</CIM>"
+    expect("100,000 nested elements", send(request(deep)), 400, "request-not-well-formed")
+    server_goes_on("deep nesting")
+    bad_utf8 = message(imethod("EnumerateInstances", classname("ZORQ_ComputerSystem") +
+                               '<IPARAMVALUE NAME="LocalOnly"><VALUE>\x00</VALUE></IPARAMVALUE>'))
+    bad_utf8 = bad_utf8.encode().replace(b"\x00", b"tr\xc3\x28ue\xff")
+    expect("invalid UTF-8 in a VALUE", send(request(bad_utf8,
+                                                    headers={"CIMMethod": "EnumerateInstances"})),
+           400, "request-not-well-formed")
+    server_goes_on("invalid UTF-8")
+
+    # A body announced past the limit (16 MiB) is refused before it is read: only the headers
+    # and a few bytes are sent, and the answer comes at once.
+    with socket.create_connection((HOST, PORT), timeout=5) as sock:
+        started = time.monotonic()
+        sock.sendall(request(b"<?xml version", headers={"Content-Length": str(17 << 20)}))
+        expect("Content-Length past the limit", read_answer(sock), 413)
+        if time.monotonic() - started > 2:
+            fail("Content-Length past the limit", "the answer took more than 2 s")
+    server_goes_on("Content-Length past the limit")
+    # A chunked body that grows past the limit: the server stops reading it.
+    with socket.create_connection((HOST, PORT), timeout=10) as sock:
+        sock.sendall(request(b"", headers={"Content-Length": None,
+                                           "Transfer-Encoding": "chunked"}))
+        chunk = b"%x\r\n" % (1 << 20) + b" " * (1 << 20) + b"\r\n"
+        try:
+            for _ in range(20):
+                sock.sendall(chunk)
+            sock.sendall(b"0\r\n\r\n")
+            expect("a chunked body past the limit", read_answer(sock), 413)
+        except (ConnectionError, http.client.HTTPException) as e:
+            fail("a chunked body past the limit", f"the connection was dropped unanswered: {e!r}")
+    server_goes_on("chunked body past the limit")
+    # ... but not without end: past twice the limit the connection is cut.
+    with socket.create_connection((HOST, PORT), timeout=10) as sock:
+        sock.sendall(request(b"", headers={"Content-Length": None,
+                                           "Transfer-Encoding": "chunked"}))
+        try:
+            for _ in range(40):
+                sock.sendall(chunk)
+            fail("a chunked body past twice the limit", "the server read all 40 MiB")
+        except ConnectionError:
+            print("ok   a chunked body past twice the limit: cut off", flush=True)
+    server_goes_on("chunked body past twice the limit")
+
+    # Clients that send half a request and stall, more of them than the server has threads:
+    # others are served meanwhile, and the server closes them after its idle timeout.
+    stalled = [socket.create_connection((HOST, PORT), timeout=IDLE_TIMEOUT + 5) for _ in range(8)]
+    started = time.monotonic()
+    for i, sock in enumerate(stalled):
+        sock.sendall(request(ENUM_NAMES)[:60] if i % 2 else request(ENUM_NAMES)[:-40])
+    for i in range(3):
+        server_goes_on(f"stalled clients ({i})")
+    if time.monotonic() - started > 1:
+        fail("stalled clients", "other clients waited on them")
+    closed = 0
+    for sock in stalled:
+        with sock:
+            try:
+                closed += sock.recv(4096) == b""
+            except ConnectionResetError:
+                closed += 1
+            except socket.timeout:
+                pass
+    waited = time.monotonic() - started
+    if closed < len(stalled) or waited > IDLE_TIMEOUT + 2:
+        fail("stalled clients", f"not closed after {waited:.1f} s")
+    else:
+        print(f"ok   stalled clients: all closed after {waited:.1f} s", flush=True)
+
+    # CIM errors travel in a 200 answer.
+    cim_error_case("CreateInstance (not supported)", imethod(
+        "CreateInstance", '<IPARAMVALUE NAME="NewInstance"><INSTANCE CLASSNAME="ZORQ_ComputerSystem">'
+        '</INSTANCE></IPARAMVALUE>'), "CreateInstance", 7)
+    server_goes_on("CreateInstance")
+    cim_error_case("a namespace not served", imethod(
+        "EnumerateInstanceNames", classname("ZORQ_ComputerSystem"), ns="root/nosuch"),
+        "EnumerateInstanceNames", 3, cim_object="root%2Fnosuch")
+    server_goes_on("bad namespace")
+    cim_error_case("a class not known", imethod(
+        "EnumerateInstanceNames", classname("ZORQ_NoSuchClass")), "EnumerateInstanceNames", 5)
+    server_goes_on("unknown class")
+
+    # Two requests on one connection are both answered.
+    with socket.create_connection((HOST, PORT), timeout=5) as sock:
+        for i in range(2):
+            sock.sendall(request(ENUM_NAMES, keep_alive=True))
+            expect(f"request {i + 1} on one connection", read_answer(sock), 200,
+                   body_has="<INSTANCENAME")
+    return report()
+
+
+if __name__ == "__main__":
+    work = tempfile.mkdtemp()
+    errors = open(os.path.join(work, "serve.err"), "w+")
+    server = subprocess.Popen([sys.argv[1], "serve", "--listen", f"{HOST}:0",
+                               "--idle-timeout", str(IDLE_TIMEOUT)], stderr=errors)
+    try:
+        PORT = None
+        for _ in range(100):
+            errors.seek(0)
+            found = re.search(r"http://127\.0\.0\.1:(\d+)/cimom", errors.read())
+            if found:
+                PORT = int(found.group(1))
+                break
+            time.sleep(0.1)
+        if PORT is None:
+            errors.seek(0)
+            print(errors.read() + "FAIL: the server did not start")
+            sys.exit(1)
+        status = main()
+    finally:
+        server.terminate()
+        server.wait(10)
+    sys.exit(status)
