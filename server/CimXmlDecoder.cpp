@@ -165,11 +165,17 @@ int DecodeError::httpStatus() const {
 CimRequest CimXmlDecoder::decode(const XmlElement& root) {
     if (root.name != "CIM")
         invalid("the document is not a CIM message");
+    // A version that is missing makes the message invalid; one that is there and not served is
+    // unsupported.
+    if (!root.attribute("CIMVERSION") || !root.attribute("DTDVERSION"))
+        invalid("the CIM element lacks CIMVERSION or DTDVERSION");
     if (!versionOf(root.attribute("CIMVERSION"), '2'))
         throw DecodeError("unsupported-cim-version", "CIMVERSION 2.x is served");
     if (!versionOf(root.attribute("DTDVERSION"), '2'))
         throw DecodeError("unsupported-dtd-version", "DTDVERSION 2.x is served");
     const XmlElement& message = only(root, "MESSAGE");
+    if (!message.attribute("PROTOCOLVERSION"))
+        invalid("the MESSAGE element lacks PROTOCOLVERSION");
     if (!versionOf(message.attribute("PROTOCOLVERSION"), '1'))
         throw DecodeError("unsupported-protocol-version", "PROTOCOLVERSION 1.x is served");
     if (message.child("MULTIREQ"))

@@ -1,6 +1,7 @@
 #include "server/WbemHttpServer.h"
 
 #include "host/text/CimNames.h"
+#include "server/AnswerStream.h"
 #include "server/CimXmlDecoder.h"
 #include "server/WbemOperations.h"
 
@@ -102,6 +103,42 @@ std::string percentDecoded(const std::string& text) {
     return out;
 }
 
+// Whether a comma-separated header value names the token (any case, parameters ignored).
+bool containsToken(std::string_view value, std::string_view token) {
+    while (!value.empty()) {
+        const std::size_t comma = value.find(',');
+        std::string_view item = value.substr(0, comma);
+        item = item.substr(0, item.find(';'));
+        while (!item.empty() && (item.front() == ' ' || item.front() == '\t'))
+            item.remove_prefix(1);
+        while (!item.empty() && (item.back() == ' ' || item.back() == '\t'))
+            item.remove_suffix(1);
+        if (diaghost::sameName(item, token))
+            return true;
+        if (comma == std::string_view::npos)
+            break;
+        value.remove_prefix(comma + 1);
+    }
+    return false;
+}
+
+// Text fit for a header value: printable ASCII as it stands, every other byte and '%'
+// percent-encoded.
+std::string headerText(std::string_view text) {
+    static const char hex[] = "0123456789ABCDEF";
+    std::string out;
+    for (unsigned char c : text) {
+        if (c >= 0x20 && c < 0x7f && c != '%') {
+            out += static_cast<char>(c);
+        } else {
+            out += '%';
+            out += hex[c >> 4];
+            out += hex[c & 15];
+        }
+    }
+    return out;
+}
+
 std::string trimmedNamespace(std::string ns) {
     while (!ns.empty() && ns.front() == '/')
         ns.erase(ns.begin());
@@ -164,15 +201,71 @@ struct WbemHttpServer::Impl {
 
     void log(MHD_Connection* connection, const std::string& operation, const std::string& cls,
              const std::string& status, const Exchange& exchange) {
+        if (options.accessLog)
+            log(clientOf(connection), operation, cls, status, exchange.started);
+    }
+
+    void log(const std::string& client, const std::string& operation, const std::string& cls,
+             const std::string& status, Clock::time_point started) {
         if (!options.accessLog)
             return;
         const auto micros =
-            std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - exchange.started)
-                .count();
+            std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - started).count();
         std::lock_guard<std::mutex> lock(logMutex);
-        *options.accessLog << clientOf(connection) << ' ' << operation << ' ' << cls << ' '
-                           << status << ' ' << micros << "us\n";
+        *options.accessLog << client << ' ' << operation << ' ' << cls << ' ' << status << ' '
+                           << micros << "us\n";
         options.accessLog->flush();
+    }
+
+    // An answer longer than one piece, streamed with chunked transfer coding as libmicrohttpd
+    // reads it; freed with the response.
+    struct Streamed {
+        Streamed(Impl& i, std::unique_ptr<WbemOperations::Reply> r)
+            : impl(i), reply(std::move(r)), stream([this](CimXmlWriter& out, std::size_t bytes) {
+                  return reply->writeMore(out, bytes);
+              }) {}
+        Impl& impl;
+        std::unique_ptr<WbemOperations::Reply> reply;
+        AnswerStream stream;
+        MHD_Response* response = nullptr;
+        // The client takes trailers: a failure after the first piece went out is told there.
+        bool trailers = false;
+        std::string client, operation, cls;
+        Clock::time_point started;
+        std::string status = "aborted";
+    };
+
+    static ssize_t readStreamed(void* context, uint64_t, char* out, size_t max) {
+        auto* s = static_cast<Streamed*>(context);
+        AnswerStream::State state = AnswerStream::State::Failed;
+        std::size_t n = 0;
+        try {
+            n = s->stream.read(out, max, state);
+        } catch (...) {
+            return MHD_CONTENT_READER_END_WITH_ERROR;
+        }
+        if (state == AnswerStream::State::Data)
+            return static_cast<ssize_t>(n);
+        if (state == AnswerStream::State::End) {
+            s->status = std::to_string(s->reply->code());
+            if (s->trailers)
+                MHD_add_response_footer(s->response, "CIMStatusCode", "0");
+            return MHD_CONTENT_READER_END_OF_STREAM;
+        }
+        s->status = std::to_string(s->stream.failureCode()) + " while streaming";
+        if (!s->trailers)
+            return MHD_CONTENT_READER_END_WITH_ERROR;
+        const std::string code = std::to_string(s->stream.failureCode());
+        MHD_add_response_footer(s->response, "CIMStatusCode", code.c_str());
+        MHD_add_response_footer(s->response, "CIMStatusCodeDescription",
+                                headerText(s->stream.failureDescription()).c_str());
+        return MHD_CONTENT_READER_END_OF_STREAM;
+    }
+
+    static void freeStreamed(void* context) {
+        auto* s = static_cast<Streamed*>(context);
+        s->impl.log(s->client, s->operation, s->cls, s->status, s->started);
+        delete s;
     }
 
     MHD_Result serve(MHD_Connection* connection, const char* url, const char* method,
@@ -236,13 +329,36 @@ struct WbemHttpServer::Impl {
             return refuse(connection, exchange, 400, "header-mismatch",
                           "CIMObject does not name the body's object");
 
-        std::string answer;
-        CimXmlWriter writer([&answer](std::string_view piece) { answer.append(piece); });
-        const unsigned code = operations.answer(request, writer);
-        log(connection, request.method, classOf(request), std::to_string(code), exchange);
-
-        MHD_Response* response =
-            MHD_create_response_from_buffer(answer.size(), answer.data(), MHD_RESPMEM_MUST_COPY);
+        // Freed before the answer is written: a long answer needs the memory more.
+        std::string().swap(exchange.body);
+        auto streamed = std::make_unique<Streamed>(*this, nullptr);
+        streamed->reply = operations.reply(request, streamed->stream.writer());
+        const unsigned code = streamed->reply->code();
+        MHD_Response* response = nullptr;
+        if (streamed->stream.fill()) {
+            // The whole answer is one piece: it goes with its length.
+            log(connection, request.method, classOf(request), std::to_string(code), exchange);
+            const std::string_view whole = streamed->stream.buffered();
+            response = MHD_create_response_from_buffer(
+                whole.size(), const_cast<char*>(whole.data()), MHD_RESPMEM_MUST_COPY);
+        } else {
+            const char* te = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "TE");
+            streamed->trailers = te && containsToken(te, "trailers");
+            streamed->client = clientOf(connection);
+            streamed->operation = request.method;
+            streamed->cls = classOf(request);
+            streamed->started = exchange.started;
+            response =
+                MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 64 * 1024, &Impl::readStreamed,
+                                                  streamed.get(), &Impl::freeStreamed);
+            if (response) {
+                streamed->response = response;
+                if (streamed->trailers)
+                    MHD_add_response_header(response, "Trailer",
+                                            "CIMStatusCode, CIMStatusCodeDescription");
+                streamed.release(); // the response's now
+            }
+        }
         if (!response)
             return MHD_NO;
         MHD_add_response_header(response, "Content-Type", "application/xml; charset=\"utf-8\"");

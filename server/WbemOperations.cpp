@@ -76,10 +76,13 @@ std::optional<std::vector<std::string>> propertyList(const CimRequest& request) 
 WbemOperations::WbemOperations(Host& host, std::string hostName)
     : host_(host), hostName_(std::move(hostName)) {}
 
-unsigned WbemOperations::answer(const CimRequest& request, CimXmlWriter& out) {
+std::unique_ptr<WbemOperations::Reply> WbemOperations::reply(const CimRequest& request,
+                                                             CimXmlWriter& out) {
+    std::unique_ptr<Reply> reply(new Reply(*this));
+    reply->intrinsic_ = request.intrinsic;
     // Everything the broker makes while the answer is worked out and written (the strings and
     // paths read from the results included) goes when the answer is done; outside a call scope it
-    // would stay with the broker for the life of the process.
+    // would stay with the broker for the life of the process. The result's own copies stay.
     diaghost::CallScope scope(host_.broker());
     out.beginMessage(request.messageId);
     if (request.intrinsic)
@@ -88,7 +91,7 @@ unsigned WbemOperations::answer(const CimRequest& request, CimXmlWriter& out) {
         out.beginMethodResponse(request.method);
     Outcome outcome;
     try {
-        outcome = request.intrinsic ? intrinsic(request, out) : extrinsic(request, out);
+        outcome = request.intrinsic ? intrinsic(request, out, *reply) : extrinsic(request, out);
     } catch (const Refusal& refusal) {
         outcome = Outcome{refusal.code, refusal.description};
     } catch (const std::exception& e) {
@@ -96,14 +99,76 @@ unsigned WbemOperations::answer(const CimRequest& request, CimXmlWriter& out) {
     } catch (...) {
         outcome = Outcome{cimFailed, "the operation failed"};
     }
-    if (outcome.code != 0)
+    if (outcome.code != 0) {
+        reply->items_ = Reply::Items::None;
+        reply->result_.reset();
         out.error(outcome.code, outcome.description);
-    if (request.intrinsic)
+    }
+    reply->code_ = outcome.code;
+    return reply;
+}
+
+bool WbemOperations::Reply::writeMore(CimXmlWriter& out, std::size_t bytes) {
+    if (complete_)
+        return false;
+    const std::uint64_t until = out.written() + bytes;
+    if (items_ != Items::None) {
+        diaghost::CallScope scope(operations_.host_.broker());
+        const std::size_t count = items_ == Items::InstanceNames || items_ == Items::ObjectPaths
+                                      ? result_->paths().size()
+                                      : result_->instances().size();
+        while (next_ < count && out.written() < until)
+            writeItem(out, next_++);
+        if (next_ < count) {
+            out.flush();
+            return true;
+        }
+        out.endIReturnValue();
+        items_ = Items::None;
+        result_.reset();
+    }
+    if (intrinsic_)
         out.endIMethodResponse();
     else
         out.endMethodResponse();
     out.endMessage();
-    return outcome.code;
+    out.flush();
+    complete_ = true;
+    return false;
+}
+
+void WbemOperations::Reply::writeItem(CimXmlWriter& out, std::size_t index) {
+    const std::vector<std::string>* filter = properties_ ? &*properties_ : nullptr;
+    const std::string& host = operations_.hostName_;
+    switch (items_) {
+    case Items::InstanceNames:
+        out.instanceName(result_->paths()[index]);
+        return;
+    case Items::ObjectPaths:
+        out.objectPath(result_->paths()[index], host);
+        return;
+    case Items::NamedInstances:
+    case Items::ObjectsWithPath: {
+        const CMPIInstance* inst = result_->instances()[index];
+        CMPIObjectPath* path = inst->ft->getObjectPath(inst, nullptr);
+        if (items_ == Items::NamedInstances)
+            out.namedInstance(path, inst, filter);
+        else
+            out.objectWithPath(path, host, inst, filter);
+        if (path)
+            path->ft->release(path);
+        return;
+    }
+    case Items::None:
+        return;
+    }
+}
+
+unsigned WbemOperations::answer(const CimRequest& request, CimXmlWriter& out) {
+    std::unique_ptr<Reply> whole = reply(request, out);
+    while (whole->writeMore(out, std::size_t{1} << 20)) {
+    }
+    return whole->code();
 }
 
 namespace {
@@ -154,7 +219,8 @@ std::vector<std::string> ownProperties(const diaghost::CimClass& cls,
 
 } // namespace
 
-WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, CimXmlWriter& out) {
+WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, CimXmlWriter& out,
+                                                  Reply& reply) {
     const std::string& op = request.method;
     const std::string& ns = request.nameSpace;
     const ClassRepository& classes = host_.classes();
@@ -174,20 +240,10 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
                                         : host_.enumerateInstances(ns, cls.name);
         if (!result.ok())
             return failed(result);
-        const std::vector<std::string>* filter = list ? &*list : nullptr;
         out.beginIReturnValue();
-        if (names) {
-            for (const CMPIObjectPath* path : result.paths())
-                out.instanceName(path);
-        } else {
-            for (const CMPIInstance* inst : result.instances()) {
-                CMPIObjectPath* path = inst->ft->getObjectPath(inst, nullptr);
-                out.namedInstance(path, inst, filter);
-                if (path)
-                    path->ft->release(path);
-            }
-        }
-        out.endIReturnValue();
+        reply.items_ = names ? Reply::Items::InstanceNames : Reply::Items::NamedInstances;
+        reply.properties_ = std::move(list);
+        reply.result_.emplace(std::move(result));
         return {};
     }
 
@@ -229,18 +285,9 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
         if (!result.ok())
             return failed(result);
         out.beginIReturnValue();
-        if (names) {
-            for (const CMPIObjectPath* p : result.paths())
-                out.objectPath(p, hostName_);
-        } else {
-            for (const CMPIInstance* inst : result.instances()) {
-                CMPIObjectPath* p = inst->ft->getObjectPath(inst, nullptr);
-                out.objectWithPath(p, hostName_, inst, list ? &*list : nullptr);
-                if (p)
-                    p->ft->release(p);
-            }
-        }
-        out.endIReturnValue();
+        reply.items_ = names ? Reply::Items::ObjectPaths : Reply::Items::ObjectsWithPath;
+        reply.properties_ = std::move(list);
+        reply.result_.emplace(std::move(result));
         return {};
     }
 

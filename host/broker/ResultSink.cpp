@@ -8,6 +8,7 @@
 #include "host/broker/HostObjectPath.h"
 #include "host/mof/CimClass.h"
 
+#include <algorithm>
 #include <cmpift.h>
 
 #include <memory>
@@ -57,6 +58,16 @@ CMPIResult* resultClone(const CMPIResult* r, CMPIStatus* rc) {
     return nullptr;
 }
 
+// Room for `extra` more elements, so that the push_backs after it cannot throw; the capacity
+// grows geometrically, as push_back's own would, so that a long result is not moved on every
+// element it gains.
+template <class T>
+void roomFor(std::vector<T>& v, std::size_t extra) {
+    if (v.capacity() - v.size() >= extra)
+        return;
+    v.reserve(std::max(v.size() + extra, v.capacity() * 2));
+}
+
 CMPIStatus resultReturnData(const CMPIResult* r, const CMPIValue* value, CMPIType type) {
     return CmpiCall::guardStatus([&] {
         Impl* self = implOf(r);
@@ -71,8 +82,8 @@ CMPIStatus resultReturnData(const CMPIResult* r, const CMPIValue* value, CMPITyp
         if (rc != CMPI_RC_OK)
             return CmpiCall::status(rc);
         try {
-            self->data.reserve(self->data.size() + 1);
-            self->calls.reserve(self->calls.size() + 1);
+            roomFor(self->data, 1);
+            roomFor(self->calls, 1);
         } catch (...) {
             DataCopy::destroy(copy);
             throw;
@@ -97,8 +108,8 @@ CMPIStatus returnObject(const CMPIResult* r, const T* object, std::vector<T*> Im
         if (!h)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
         std::unique_ptr<H> copy(CmpiCall::durableCopy(*h));
-        (self->*list).reserve((self->*list).size() + 1);
-        self->calls.reserve(self->calls.size() + 1);
+        roomFor(self->*list, 1);
+        roomFor(self->calls, 1);
         (self->*list).push_back(copy.release()->cmpi());
         self->calls.push_back(call);
         return CmpiCall::status(CMPI_RC_OK);
@@ -242,11 +253,11 @@ void ResultSink::takeFrom(ResultSink& from) {
     Impl& to = *impl_;
     Impl& src = *from.impl_;
     // Room first, so that nothing moves unless everything can.
-    to.calls.reserve(to.calls.size() + src.calls.size());
-    to.instances.reserve(to.instances.size() + src.instances.size());
-    to.paths.reserve(to.paths.size() + src.paths.size());
-    to.data.reserve(to.data.size() + src.data.size());
-    to.errors.reserve(to.errors.size() + src.errors.size());
+    roomFor(to.calls, src.calls.size());
+    roomFor(to.instances, src.instances.size());
+    roomFor(to.paths, src.paths.size());
+    roomFor(to.data, src.data.size());
+    roomFor(to.errors, src.errors.size());
     for (Call call : src.calls)
         if (call != Call::Done)
             to.calls.push_back(call);

@@ -223,7 +223,10 @@ TEST_F(CimXmlDecoderTest, EnvelopesThatCannotBeServedGetTheirCimErrorAndStatus) 
          501},
         {"CIM 20", message(call, R"(CIMVERSION="20" DTDVERSION="2.0")"), "unsupported-cim-version",
          501},
-        {"no CIMVERSION", message(call, R"(DTDVERSION="2.0")"), "unsupported-cim-version", 501},
+        // A version the DTD requires and the message lacks makes it invalid, not unsupported.
+        {"no CIMVERSION", message(call, R"(DTDVERSION="2.0")"), "request-not-valid", 400},
+        {"no PROTOCOLVERSION", message(call, R"(CIMVERSION="2.0" DTDVERSION="2.0")", R"(ID="1")"),
+         "request-not-valid", 400},
         {"DTD 1.1", message(call, R"(CIMVERSION="2.0" DTDVERSION="1.1")"),
          "unsupported-dtd-version", 501},
         {"protocol 2",

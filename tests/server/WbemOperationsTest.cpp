@@ -214,6 +214,46 @@ TEST_F(WbemOperationsTest, AnsweringKeepsNothingWithTheBroker) {
     EXPECT_EQ(kept, host.broker().ownArena().size());
 }
 
+TEST_F(WbemOperationsTest, ALongAnswerWrittenPieceByPieceIsTheWholeAnswer) {
+    auto [service, element] = serviceAndElement();
+    CimRequest call;
+    call.intrinsic = false;
+    call.method = "RunDiagnostic";
+    call.nameSpace = "root/cimv2";
+    call.target = ObjectPathText::parse(service);
+    addPath(call, "ManagedElement", element);
+    for (int i = 0; i < 3; ++i)
+        answer(call);
+    CimRequest assoc = intrinsic("Associators");
+    addPath(assoc, "ObjectName", service);
+    add(assoc, "AssocClass", Kind::ClassName, "ZORQ_FSAvailableDiagService");
+    CimRequest records = intrinsic("EnumerateInstances");
+    add(records, "ClassName", Kind::ClassName, "ZORQ_FSDiagRecord");
+    CimRequest names = intrinsic("EnumerateInstanceNames");
+    add(names, "ClassName", Kind::ClassName, "ZORQ_FSDiagRecord");
+    const std::pair<CimRequest, std::string> cases[] = {{records, "<VALUE.NAMEDINSTANCE>"},
+                                                        {names, "<INSTANCENAME "},
+                                                        {assoc, "<VALUE.OBJECTWITHPATH>"}};
+    for (const auto& [request, item] : cases) {
+        SCOPED_TRACE(request.method);
+        const std::string whole = answer(request);
+        std::string pieces;
+        std::size_t calls = 0;
+        CimXmlWriter writer([&](std::string_view piece) { pieces.append(piece); }, 1);
+        auto reply = operations.reply(request, writer);
+        EXPECT_EQ(0u, reply->code()) << whole;
+        // The head is written before the operation's items; each call adds one item, the last
+        // call the last item and the end of the message.
+        EXPECT_EQ(std::string::npos, pieces.find(item));
+        while (reply->writeMore(writer, 1))
+            ++calls;
+        EXPECT_FALSE(reply->writeMore(writer, 1));
+        EXPECT_EQ(whole, pieces);
+        EXPECT_GE(count(whole, item), 2u);
+        EXPECT_EQ(count(whole, item), calls + 1);
+    }
+}
+
 TEST_F(WbemOperationsTest, ClassesAnswerFromTheRepository) {
     CimRequest get = intrinsic("GetClass");
     add(get, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");

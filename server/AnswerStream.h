@@ -1,0 +1,59 @@
+// Hands a response message to the HTTP layer in the pieces it asks for, producing the XML only as
+// it is read: at most about one piece is buffered, however long the answer. A failure while
+// producing ends the stream early and is kept as the CIM status for the message's trailer.
+#ifndef DIAGSERVER_ANSWERSTREAM_H
+#define DIAGSERVER_ANSWERSTREAM_H
+
+#include "server/CimXmlWriter.h"
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace diagserver {
+
+class AnswerStream {
+public:
+    // Writes about `bytes` more of the message into the writer and flushes it; false once the
+    // message is complete. May throw.
+    using Producer = std::function<bool(CimXmlWriter& out, std::size_t bytes)>;
+
+    enum class State { Data, End, Failed };
+
+    AnswerStream(Producer produce, std::size_t pieceSize = std::size_t{64} << 10);
+    AnswerStream(const AnswerStream&) = delete;
+    AnswerStream& operator=(const AnswerStream&) = delete;
+
+    // The writer the head of the message goes into before reading starts.
+    CimXmlWriter& writer() { return writer_; }
+
+    // Produces until a whole piece is buffered or the message is complete; true when complete,
+    // so that a short answer can go out with its length.
+    bool fill();
+    // What is buffered and not read yet.
+    std::string_view buffered() const;
+
+    // Copies up to `max` bytes of the message to `out`; `state` says whether data came, the
+    // message ended, or producing it failed (then the bytes given so far are all there is).
+    std::size_t read(char* out, std::size_t max, State& state);
+
+    // The CIM status code and description of a failure while producing; 0 before one.
+    unsigned failureCode() const { return failureCode_; }
+    const std::string& failureDescription() const { return failureDescription_; }
+
+private:
+    bool produce();
+
+    Producer produce_;
+    std::size_t pieceSize_;
+    std::string buffer_;
+    std::size_t offset_ = 0;
+    CimXmlWriter writer_;
+    bool complete_ = false;
+    unsigned failureCode_ = 0;
+    std::string failureDescription_;
+};
+
+} // namespace diagserver
+
+#endif
