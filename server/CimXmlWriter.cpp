@@ -13,30 +13,33 @@ namespace diagserver {
 
 namespace {
 
-std::string stringText(const CMPIString* s) {
+// The characters of a broker string, valid while the string lives (the writer's call scope).
+std::string_view stringText(const CMPIString* s) {
     if (!s || !s->ft)
         return {};
     const char* p = s->ft->getCharPtr(s, nullptr);
-    return p ? p : "";
+    return p ? std::string_view(p) : std::string_view();
 }
 
 bool isNull(const CMPIData& d) {
     return (d.state & (CMPI_nullValue | CMPI_notFound | CMPI_badValue)) != 0 || d.type == CMPI_null;
 }
 
+// Numbers are formatted into a caller's buffer of this size, which any of them fits.
+using NumberBuffer = char[64];
+
 template <class T>
-std::string numberText(T value) {
-    char buffer[64];
+std::string_view numberText(T value, NumberBuffer& buffer) {
     auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    return std::string(buffer, result.ptr);
+    return std::string_view(buffer, static_cast<std::size_t>(result.ptr - buffer));
 }
 
-std::string realText(double value) {
+std::string_view realText(double value, NumberBuffer& buffer) {
     if (std::isnan(value))
         return "NaN";
     if (std::isinf(value))
         return value < 0 ? "-INF" : "INF";
-    return numberText(value);
+    return numberText(value, buffer);
 }
 
 // What KEYVALUE's VALUETYPE says of a key's type.
@@ -52,22 +55,6 @@ std::string_view valueType(CMPIType type) {
     default:
         return "numeric";
     }
-}
-
-std::vector<std::string_view> namespaceParts(std::string_view ns) {
-    std::vector<std::string_view> parts;
-    std::size_t from = 0;
-    while (from <= ns.size()) {
-        std::size_t slash = ns.find('/', from);
-        std::string_view part =
-            ns.substr(from, slash == std::string_view::npos ? ns.npos : slash - from);
-        if (!part.empty())
-            parts.push_back(part);
-        if (slash == std::string_view::npos)
-            break;
-        from = slash + 1;
-    }
-    return parts;
 }
 
 } // namespace
@@ -209,8 +196,9 @@ void CimXmlWriter::endMethodResponse() {
 }
 
 void CimXmlWriter::error(unsigned code, std::string_view description) {
+    NumberBuffer number;
     raw("<ERROR");
-    attribute("CODE", numberText(code));
+    attribute("CODE", numberText(code, number));
     if (!description.empty())
         attribute("DESCRIPTION", description);
     raw("/>");
@@ -243,10 +231,16 @@ void CimXmlWriter::paramValue(std::string_view name, const CMPIData& value) {
 
 void CimXmlWriter::localNamespacePath(std::string_view ns) {
     openTag("LOCALNAMESPACEPATH");
-    for (std::string_view part : namespaceParts(ns)) {
-        raw("<NAMESPACE");
-        attribute("NAME", part);
-        raw("/>");
+    // One NAMESPACE element per non-empty part between slashes.
+    while (!ns.empty()) {
+        const std::size_t slash = ns.find('/');
+        const std::string_view part = ns.substr(0, slash);
+        if (!part.empty()) {
+            raw("<NAMESPACE");
+            attribute("NAME", part);
+            raw("/>");
+        }
+        ns.remove_prefix(slash == std::string_view::npos ? ns.size() : slash + 1);
     }
     closeTag("LOCALNAMESPACEPATH");
 }
@@ -278,8 +272,8 @@ void CimXmlWriter::keyBinding(std::string_view name, const CMPIData& value) {
 
 void CimXmlWriter::instanceName(const CMPIObjectPath* path) {
     raw("<INSTANCENAME");
-    attribute("CLASSNAME",
-              path && path->ft ? stringText(path->ft->getClassName(path, nullptr)) : std::string());
+    attribute("CLASSNAME", path && path->ft ? stringText(path->ft->getClassName(path, nullptr))
+                                            : std::string_view());
     buffer_ += '>';
     CMPICount keys = path && path->ft ? path->ft->getKeyCount(path, nullptr) : 0;
     for (CMPICount i = 0; i < keys; ++i) {
@@ -293,9 +287,10 @@ void CimXmlWriter::instanceName(const CMPIObjectPath* path) {
 void CimXmlWriter::instancePath(const CMPIObjectPath* path, std::string_view host) {
     openTag("INSTANCEPATH");
     openTag("NAMESPACEPATH");
-    std::string own = path && path->ft ? stringText(path->ft->getHostname(path, nullptr)) : "";
+    std::string_view own =
+        path && path->ft ? stringText(path->ft->getHostname(path, nullptr)) : std::string_view();
     openTag("HOST");
-    text(!own.empty() ? std::string_view(own) : !host.empty() ? host : "localhost");
+    text(!own.empty() ? own : !host.empty() ? host : "localhost");
     closeTag("HOST");
     localNamespacePath(path && path->ft ? stringText(path->ft->getNameSpace(path, nullptr)) : "");
     closeTag("NAMESPACEPATH");
@@ -312,8 +307,10 @@ void CimXmlWriter::localInstancePath(const CMPIObjectPath* path) {
 
 void CimXmlWriter::valueReference(const CMPIObjectPath* path) {
     openTag("VALUE.REFERENCE");
-    std::string host = path && path->ft ? stringText(path->ft->getHostname(path, nullptr)) : "";
-    std::string ns = path && path->ft ? stringText(path->ft->getNameSpace(path, nullptr)) : "";
+    std::string_view host =
+        path && path->ft ? stringText(path->ft->getHostname(path, nullptr)) : std::string_view();
+    std::string_view ns =
+        path && path->ft ? stringText(path->ft->getNameSpace(path, nullptr)) : std::string_view();
     if (!host.empty())
         instancePath(path, host);
     else if (!ns.empty())
@@ -340,6 +337,7 @@ void CimXmlWriter::className(std::string_view name) {
 // ---- Values -----------------------------------------------------------------------------------
 
 void CimXmlWriter::scalarValue(CMPIType type, const CMPIValue& v) {
+    NumberBuffer number;
     switch (type) {
     case CMPI_boolean:
         raw(v.boolean ? "TRUE" : "FALSE");
@@ -348,34 +346,34 @@ void CimXmlWriter::scalarValue(CMPIType type, const CMPIValue& v) {
         text(diaghost::LiteralText::char16Utf8(v.char16));
         return;
     case CMPI_real32:
-        raw(realText(v.real32));
+        raw(realText(v.real32, number));
         return;
     case CMPI_real64:
-        raw(realText(v.real64));
+        raw(realText(v.real64, number));
         return;
     case CMPI_uint8:
-        raw(numberText(v.uint8));
+        raw(numberText(v.uint8, number));
         return;
     case CMPI_uint16:
-        raw(numberText(v.uint16));
+        raw(numberText(v.uint16, number));
         return;
     case CMPI_uint32:
-        raw(numberText(v.uint32));
+        raw(numberText(v.uint32, number));
         return;
     case CMPI_uint64:
-        raw(numberText(v.uint64));
+        raw(numberText(v.uint64, number));
         return;
     case CMPI_sint8:
-        raw(numberText(static_cast<int>(v.sint8)));
+        raw(numberText(static_cast<int>(v.sint8), number));
         return;
     case CMPI_sint16:
-        raw(numberText(v.sint16));
+        raw(numberText(v.sint16, number));
         return;
     case CMPI_sint32:
-        raw(numberText(v.sint32));
+        raw(numberText(v.sint32, number));
         return;
     case CMPI_sint64:
-        raw(numberText(v.sint64));
+        raw(numberText(v.sint64, number));
         return;
     case CMPI_string:
         text(stringText(v.string));
@@ -468,7 +466,7 @@ void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::str
     const CMPIObjectPath* named = path ? path : own;
     raw("<INSTANCE");
     attribute("CLASSNAME", named && named->ft ? stringText(named->ft->getClassName(named, nullptr))
-                                              : std::string());
+                                              : std::string_view());
     buffer_ += '>';
     if (own && own->ft)
         own->ft->release(own);
@@ -476,7 +474,7 @@ void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::str
     for (CMPICount i = 0; i < n; ++i) {
         CMPIString* name = nullptr;
         CMPIData value = inst->ft->getPropertyAt(inst, i, &name, nullptr);
-        std::string propertyName = stringText(name);
+        const std::string_view propertyName = stringText(name);
         if (!propertyName.empty() && listed(properties, propertyName))
             property(propertyName, value);
     }
