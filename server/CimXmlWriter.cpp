@@ -327,6 +327,21 @@ void CimXmlWriter::objectPath(const CMPIObjectPath* path, std::string_view host)
     maybeFlush();
 }
 
+void CimXmlWriter::classPath(std::string_view host, std::string_view ns,
+                             std::string_view className) {
+    openTag("CLASSPATH");
+    openTag("NAMESPACEPATH");
+    openTag("HOST");
+    text(!host.empty() ? host : "localhost");
+    closeTag("HOST");
+    localNamespacePath(ns);
+    closeTag("NAMESPACEPATH");
+    raw("<CLASSNAME");
+    attribute("NAME", className);
+    raw("/>");
+    closeTag("CLASSPATH");
+}
+
 void CimXmlWriter::className(std::string_view name) {
     raw("<CLASSNAME");
     attribute("NAME", name);

@@ -62,6 +62,8 @@ public:
     // OBJECTPATH holding the INSTANCEPATH.
     void objectPath(const CMPIObjectPath* path, std::string_view host);
     void className(std::string_view name);
+    // CLASSPATH: the host, the namespace and the class name.
+    void classPath(std::string_view host, std::string_view ns, std::string_view className);
 
     // The CIM-XML type name of a CMPI type ("uint32", "string", "reference", ...), arrays by
     // their element type; empty for types CIM-XML has no name for.

@@ -217,6 +217,48 @@ std::vector<std::string> ownProperties(const diaghost::CimClass& cls,
     return out;
 }
 
+// What a class-level Associators, AssociatorNames, References or ReferenceNames answers: the
+// classes associated with `source` through the association classes of the namespace, or those
+// association classes, each once, as the repository defines them. An association qualifies when
+// one of its references (the one named by `role`, when given) points to `source` or to one of
+// its superclasses; for associators each other reference of it (named by `resultRole`, when
+// given) names an associated class.
+std::vector<std::string> associatedClasses(const ClassRepository& classes, const std::string& ns,
+                                           const std::string& source, bool references,
+                                           const std::string& assocClass,
+                                           const std::string& resultClass, const std::string& role,
+                                           const std::string& resultRole) {
+    std::vector<std::string> out;
+    auto add = [&](const std::string& className) {
+        if (!resultClass.empty() && !classes.isA(ns, className, resultClass))
+            return;
+        for (const std::string& known : out)
+            if (sameName(known, className))
+                return;
+        out.push_back(className);
+    };
+    for (const std::string& candidate : classes.classNames(ns)) {
+        const diaghost::CimClass* assoc = classes.findClass(ns, candidate);
+        if (!assoc || !assoc->association ||
+            (!assocClass.empty() && !classes.isA(ns, assoc->name, assocClass)))
+            continue;
+        for (const diaghost::CimProperty& from : assoc->properties) {
+            if (from.type != CMPI_ref || (!role.empty() && !sameName(from.name, role)) ||
+                !classes.isA(ns, source, from.refClass))
+                continue;
+            if (references) {
+                add(assoc->name);
+                continue;
+            }
+            for (const diaghost::CimProperty& to : assoc->properties)
+                if (&to != &from && to.type == CMPI_ref &&
+                    (resultRole.empty() || sameName(to.name, resultRole)))
+                    add(to.refClass);
+        }
+    }
+    return out;
+}
+
 } // namespace
 
 WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, CimXmlWriter& out,
@@ -267,9 +309,32 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
     if (associators || references) {
         const bool names = sameName(op, "AssociatorNames") || sameName(op, "ReferenceNames");
         const Value* object = request.param("ObjectName");
-        if (object && object->kind == Value::Kind::ClassName)
-            return Outcome{cimNotSupported, op + " on a class is not served"};
         std::optional<std::vector<std::string>> list = names ? std::nullopt : propertyList(request);
+        if (object && object->kind == Value::Kind::ClassName) {
+            const diaghost::CimClass& source = knownClass(classes, ns, object->text);
+            CimXmlClassWriter::Parts parts;
+            parts.qualifiers = flag(request, "IncludeQualifiers", false);
+            parts.classOrigin = flag(request, "IncludeClassOrigin", false);
+            parts.properties = list ? &*list : nullptr;
+            const std::vector<std::string> found = associatedClasses(
+                classes, ns, source.name, references,
+                associators ? name(request, "AssocClass") : "", name(request, "ResultClass"),
+                name(request, "Role"), associators ? name(request, "ResultRole") : "");
+            out.beginIReturnValue();
+            for (const std::string& className : found) {
+                const diaghost::CimClass* cls = classes.findClass(ns, className);
+                if (!cls)
+                    continue;
+                out.openTag(names ? "OBJECTPATH" : "VALUE.OBJECTWITHPATH");
+                out.classPath(hostName_, ns, cls->name);
+                if (!names)
+                    CimXmlClassWriter::cimClass(out, *cls, classes, ns, parts);
+                out.closeTag(names ? "OBJECTPATH" : "VALUE.OBJECTWITHPATH");
+                out.maybeFlush();
+            }
+            out.endIReturnValue();
+            return {};
+        }
         diaghost::CallScope scope(host_.broker());
         CMPIObjectPath* path = instancePath(host_, request, "ObjectName");
         const std::string resultClass = name(request, "ResultClass");

@@ -194,6 +194,41 @@ TEST_F(WbemOperationsTest, AssociationsAnswerObjectsWithTheirFullPaths) {
               out.find("<PROPERTY.REFERENCE NAME=\"ServiceProvided\"><VALUE.REFERENCE>"));
 }
 
+TEST_F(WbemOperationsTest, AssociationsOfAClassAnswerFromTheRepository) {
+    auto ask = [&](const std::string& method, const std::string& className,
+                   std::vector<std::pair<std::string, std::string>> params = {}) {
+        CimRequest r = intrinsic(method);
+        add(r, "ObjectName", Kind::ClassName, className);
+        for (const auto& [name, value] : params)
+            add(r, name, Kind::ClassName, value);
+        unsigned code = 99;
+        std::string out = answer(r, &code);
+        EXPECT_EQ(0u, code) << out;
+        return out;
+    };
+    // The service class is associated with the element classes through the availability
+    // association, and with nothing through it in the role of the element.
+    std::string out = ask("AssociatorNames", "ZORQ_FSDiagService",
+                          {{"AssocClass", "ZORQ_FSAvailableDiagService"}});
+    EXPECT_NE(std::string::npos, out.find("<OBJECTPATH><CLASSPATH><NAMESPACEPATH><HOST>")) << out;
+    EXPECT_NE(std::string::npos, out.find("<CLASSNAME NAME=\"ZORQ_LocalFileSystem\"/>")) << out;
+    EXPECT_EQ(std::string::npos, out.find("<INSTANCENAME"));
+    out = ask("AssociatorNames", "ZORQ_FSDiagService",
+              {{"AssocClass", "ZORQ_FSAvailableDiagService"}, {"Role", "UserOfService"}});
+    EXPECT_EQ(1u, count(out, "<IRETURNVALUE/>") + count(out, "<IRETURNVALUE></IRETURNVALUE>"))
+        << out;
+    out = ask("References", "ZORQ_FSDiagService",
+              {{"ResultClass", "CIM_AvailableDiagnosticService"}});
+    EXPECT_NE(std::string::npos, out.find("<VALUE.OBJECTWITHPATH><CLASSPATH>")) << out;
+    EXPECT_NE(std::string::npos, out.find("<CLASS NAME=\"ZORQ_FSAvailableDiagService\""));
+    EXPECT_EQ(std::string::npos, out.find("<CLASS NAME=\"ZORQ_FSDiagService\""));
+    CimRequest unknown = intrinsic("ReferenceNames");
+    add(unknown, "ObjectName", Kind::ClassName, "ZORQ_NoSuchClass");
+    unsigned code = 0;
+    answer(unknown, &code);
+    EXPECT_EQ(5u, code);
+}
+
 TEST_F(WbemOperationsTest, AnsweringKeepsNothingWithTheBroker) {
     CimRequest full = intrinsic("EnumerateInstances");
     add(full, "ClassName", Kind::ClassName, "ZORQ_FSDiagRecord");
