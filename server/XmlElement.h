@@ -12,6 +12,12 @@
 namespace diagserver {
 
 struct XmlElement {
+    XmlElement() = default;
+    // Frees a tree of any depth without recursing through it.
+    ~XmlElement();
+    XmlElement(XmlElement&&) = default;
+    XmlElement& operator=(XmlElement&&) = default;
+
     std::string name;
     std::vector<std::pair<std::string, std::string>> attributes;
     std::string text; // the character data directly inside, concatenated

@@ -402,6 +402,19 @@ TEST_F(CimXmlDecoderTest, NestingAndElementLimitsAdmitExactlyTheirCount) {
     const Refusal tooDeep = refusal(text, {6, 109});
     EXPECT_EQ("request-not-well-formed", tooDeep.cimError);
     EXPECT_NE(std::string::npos, tooDeep.why.find("deeper than 6")) << tooDeep.why;
+
+    // A server set to allow very deep documents still reads and frees them without running out
+    // of stack.
+    const int deep = 200000;
+    std::string nested;
+    for (int i = 0; i < deep; ++i)
+        nested += "<a>";
+    for (int i = 0; i < deep; ++i)
+        nested += "</a>";
+    diagserver::XmlReader::Limits loose;
+    loose.depth = deep + 1;
+    loose.elements = deep + 1;
+    EXPECT_NE(nullptr, diagserver::XmlReader::read(nested, loose));
 }
 
 TEST_F(CimXmlDecoderTest, AMessageFedInPiecesReadsAsTheWholeAndARefusalStays) {
