@@ -3,7 +3,8 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           clang libclang-rt-14-dev clang-format
-          libexpat1-dev libmicrohttpd-dev sblim-wbemcli python3)
+          libexpat1-dev libmicrohttpd-dev libgnutls28-dev libcrypt-dev
+          sblim-wbemcli python3 openssl curl)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
