@@ -3,9 +3,12 @@
 #include "host/text/CimNames.h"
 #include "server/AnswerStream.h"
 #include "server/CimXmlDecoder.h"
+#include "server/PasswordFile.h"
 #include "server/WbemOperations.h"
 
 #include <arpa/inet.h>
+#include <gnutls/gnutls.h>
+#include <gnutls/x509.h>
 #include <microhttpd.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -17,7 +20,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <mutex>
+#include <sstream>
 
 namespace diagserver {
 
@@ -86,6 +91,63 @@ bool isLoopback(const sockaddr_storage& address) {
     }
     const auto& v6 = reinterpret_cast<const sockaddr_in6&>(address);
     return IN6_IS_ADDR_LOOPBACK(&v6.sin6_addr);
+}
+
+// A whole file, or a StartError naming it.
+std::string fileText(const std::string& path, const std::string& what) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw WbemHttpServer::StartError("cannot read the " + what + " " + path + ": " +
+                                         std::strerror(errno));
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (in.bad())
+        throw WbemHttpServer::StartError("cannot read the " + what + " " + path);
+    return text.str();
+}
+
+gnutls_datum_t datumOf(const std::string& text) {
+    return {reinterpret_cast<unsigned char*>(const_cast<char*>(text.data())),
+            static_cast<unsigned>(text.size())};
+}
+
+// Parses the certificate and key as the TLS library will when serving, so that a bad file is
+// named at start rather than failing every handshake or the daemon's start without a reason.
+void checkTlsPair(const std::string& certificateFile, const std::string& certificate,
+                  const std::string& keyFile, const std::string& key) {
+    using StartError = WbemHttpServer::StartError;
+    const gnutls_datum_t certificateData = datumOf(certificate);
+    const gnutls_datum_t keyData = datumOf(key);
+    gnutls_x509_crt_t* chain = nullptr;
+    unsigned count = 0;
+    int rc = gnutls_x509_crt_list_import2(&chain, &count, &certificateData, GNUTLS_X509_FMT_PEM, 0);
+    if (rc >= 0) {
+        for (unsigned i = 0; i < count; ++i)
+            gnutls_x509_crt_deinit(chain[i]);
+        gnutls_free(chain);
+    }
+    if (rc < 0 || count == 0)
+        throw StartError("the certificate " + certificateFile + " holds no PEM certificate" +
+                         (rc < 0 ? std::string(": ") + gnutls_strerror(rc) : std::string()));
+    gnutls_x509_privkey_t parsed = nullptr;
+    rc = gnutls_x509_privkey_init(&parsed);
+    if (rc >= 0) {
+        rc = gnutls_x509_privkey_import2(parsed, &keyData, GNUTLS_X509_FMT_PEM, nullptr, 0);
+        gnutls_x509_privkey_deinit(parsed);
+    }
+    if (rc < 0)
+        throw StartError("the key " + keyFile +
+                         " is not an unencrypted PEM private key: " + gnutls_strerror(rc));
+    gnutls_certificate_credentials_t credentials = nullptr;
+    rc = gnutls_certificate_allocate_credentials(&credentials);
+    if (rc >= 0) {
+        rc = gnutls_certificate_set_x509_key_mem2(credentials, &certificateData, &keyData,
+                                                  GNUTLS_X509_FMT_PEM, nullptr, 0);
+        gnutls_certificate_free_credentials(credentials);
+    }
+    if (rc < 0)
+        throw StartError("the key " + keyFile + " does not go with the certificate " +
+                         certificateFile + ": " + gnutls_strerror(rc));
 }
 
 std::string percentDecoded(const std::string& text) {
@@ -377,6 +439,47 @@ struct WbemHttpServer::Impl {
         return plain(connection, status, cimError);
     }
 
+    // Whether the request holds Basic credentials the password file knows; a refusal is logged
+    // with its reason and the user name given, never the password.
+    bool authenticated(MHD_Connection* connection, Exchange& exchange) {
+        char* password = nullptr;
+        char* user = MHD_basic_auth_get_username_password(connection, &password);
+        if (!user) {
+            log(connection, "-", "-", "401 no Basic credentials", exchange);
+            return false;
+        }
+        bool ok = false;
+        try {
+            ok = password && passwords->verify(user, password);
+        } catch (...) {
+            ok = false;
+        }
+        if (!ok) {
+            const std::string problem = passwords->problem();
+            log(connection, "-", "-",
+                "401 wrong credentials for user " + headerText(user) +
+                    (problem.empty() ? "" : " (" + problem + ")"),
+                exchange);
+        }
+        if (password) {
+            explicit_bzero(password, std::strlen(password));
+            MHD_free(password);
+        }
+        MHD_free(user);
+        return ok;
+    }
+
+    MHD_Result unauthorized(MHD_Connection* connection) {
+        MHD_Response* response =
+            MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT);
+        if (!response)
+            return MHD_NO;
+        MHD_Result queued =
+            MHD_queue_basic_auth_fail_response(connection, options.realm.c_str(), response);
+        MHD_destroy_response(response);
+        return queued;
+    }
+
     // CIMObject names the namespace of an intrinsic call, the object of an extrinsic one.
     static bool objectMatches(const std::string& object, const CimRequest& request) {
         if (request.intrinsic)
@@ -401,6 +504,11 @@ struct WbemHttpServer::Impl {
             if (!exchange) {
                 exchange = new Exchange;
                 *context = exchange;
+                // Nothing of a request without valid credentials is read or acted on.
+                if (impl->passwords && !impl->authenticated(connection, *exchange)) {
+                    exchange->answered = true;
+                    return impl->unauthorized(connection);
+                }
                 // A body announced past the limit is refused before it is read.
                 const char* length =
                     MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Content-Length");
@@ -450,6 +558,10 @@ struct WbemHttpServer::Impl {
     WbemOperations operations;
     std::vector<Listener> listeners;
     std::mutex logMutex;
+    std::unique_ptr<PasswordFile> passwords;
+    // Kept while serving: the TLS library is handed them by address.
+    std::string certificatePem;
+    std::string keyPem;
 };
 
 WbemHttpServer::WbemHttpServer(diaghost::Host& host, Options options)
@@ -462,25 +574,55 @@ WbemHttpServer::~WbemHttpServer() {
 void WbemHttpServer::start() {
     if (!impl_->listeners.empty())
         return;
+    const Options& o = impl_->options;
     try {
-        for (const std::string& address : impl_->options.listen) {
+        const bool tls = !o.certificateFile.empty() || !o.keyFile.empty();
+        std::vector<MHD_OptionItem> tlsOptions;
+        if (tls) {
+            if (o.certificateFile.empty() || o.keyFile.empty())
+                throw StartError("HTTPS needs both a certificate file and its key file");
+            if (MHD_is_feature_supported(MHD_FEATURE_TLS) != MHD_YES)
+                throw StartError("this libmicrohttpd is built without TLS");
+            impl_->certificatePem = fileText(o.certificateFile, "certificate");
+            impl_->keyPem = fileText(o.keyFile, "key");
+            checkTlsPair(o.certificateFile, impl_->certificatePem, o.keyFile, impl_->keyPem);
+            tlsOptions.push_back(
+                {MHD_OPTION_HTTPS_MEM_CERT, 0, const_cast<char*>(impl_->certificatePem.c_str())});
+            tlsOptions.push_back(
+                {MHD_OPTION_HTTPS_MEM_KEY, 0, const_cast<char*>(impl_->keyPem.c_str())});
+        }
+        tlsOptions.push_back({MHD_OPTION_END, 0, nullptr});
+        impl_->passwords.reset();
+        if (!o.passwordFile.empty()) {
+            if (MHD_is_feature_supported(MHD_FEATURE_BASIC_AUTH) != MHD_YES)
+                throw StartError("this libmicrohttpd is built without Basic authentication");
+            try {
+                impl_->passwords = std::make_unique<PasswordFile>(o.passwordFile);
+            } catch (const PasswordFile::Error& e) {
+                throw StartError(std::string("the password file ") + e.what());
+            }
+        }
+        for (const std::string& address : o.listen) {
             bool ipv6 = false;
             sockaddr_storage socketAddress = parseListen(address, ipv6);
-            if (!impl_->options.unauthenticatedRemote && !isLoopback(socketAddress))
+            if (!impl_->passwords && !o.unauthenticatedRemote && !isLoopback(socketAddress))
                 throw StartError("refusing to serve " + address +
                                  " without authentication to clients elsewhere: only loopback "
-                                 "addresses are served "
+                                 "addresses are served without a password file, "
                                  "unless unauthenticated remote clients are allowed");
             unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL;
             if (ipv6)
                 flags |= MHD_USE_IPv6;
+            if (tls)
+                flags |= MHD_USE_TLS;
             MHD_Daemon* daemon = MHD_start_daemon(
                 flags, 0, nullptr, nullptr, &Impl::access, impl_.get(), MHD_OPTION_SOCK_ADDR,
                 reinterpret_cast<sockaddr*>(&socketAddress), MHD_OPTION_THREAD_POOL_SIZE,
                 static_cast<unsigned>(impl_->options.threads ? impl_->options.threads : 1),
                 MHD_OPTION_CONNECTION_LIMIT, impl_->options.maxConnections,
                 MHD_OPTION_CONNECTION_TIMEOUT, impl_->options.idleTimeoutSeconds,
-                MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed, impl_.get(), MHD_OPTION_END);
+                MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed, impl_.get(), MHD_OPTION_ARRAY,
+                tlsOptions.data(), MHD_OPTION_END);
             if (!daemon)
                 throw StartError("cannot listen on " + address + ": " + std::strerror(errno));
             Listener listener{address, daemon, 0};

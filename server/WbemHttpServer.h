@@ -3,6 +3,8 @@
 // from WbemOperations. What is not a CIM request gets the HTTP status and the CIMError header
 // that name the fault, and the server goes on. Requests are served by a fixed pool of threads,
 // bodies past a size and connections past a count are refused, idle connections are closed.
+// Optionally over TLS, and with HTTP Basic authentication against a password file: then a request
+// without valid credentials is answered 401 before any of it is read.
 #ifndef DIAGSERVER_WBEMHTTPSERVER_H
 #define DIAGSERVER_WBEMHTTPSERVER_H
 
@@ -33,12 +35,20 @@ public:
         XmlReader::Limits xml;
         // One line per request (client, operation, class, status, duration); null for none.
         std::ostream* accessLog = nullptr;
-        // Requests are not authenticated: addresses other than loopback ones are refused unless
-        // this says the operator wants them anyway.
+        // PEM files of the certificate (with any chain after it) and its private key, both or
+        // neither: with them every address is served over HTTPS (customarily on port 5989).
+        std::string certificateFile;
+        std::string keyFile;
+        // A PasswordFile every request must hold Basic credentials from; empty: none asked for.
+        std::string passwordFile;
+        std::string realm = "CIM";
+        // Without a password file, addresses other than loopback ones are refused unless this
+        // says the operator wants unauthenticated clients from elsewhere anyway.
         bool unauthenticatedRemote = false;
     };
 
-    // A listening address that cannot be used; what() says which and why.
+    // A listening address, certificate, key or password file that cannot be used; what() says
+    // which and why.
     class StartError : public std::runtime_error {
     public:
         using std::runtime_error::runtime_error;

@@ -5,6 +5,7 @@
 #include "host/broker/CallScope.h"
 #include "host/mof/ClassRepository.h"
 #include "host/text/ObjectPathText.h"
+#include "server/PasswordFile.h"
 #include "server/WbemHttpServer.h"
 #include "tools/DiagnosticDemo.h"
 #include "tools/DiagnosticRun.h"
@@ -14,8 +15,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <pthread.h>
 #include <system_error>
+#include <termios.h>
+#include <unistd.h>
 
 namespace NQORVA20::tools {
 
@@ -36,6 +40,45 @@ OutputFormatter::Style styleOf(const DiagctlOptions& options) {
     return options.json ? OutputFormatter::Style::Json : OutputFormatter::Style::Mof;
 }
 
+// One line from standard input, not echoed when that is a terminal (with a prompt on err then).
+bool readPassword(const std::string& user, std::ostream& err, std::string& password) {
+    termios saved{};
+    const bool terminal = isatty(STDIN_FILENO) && tcgetattr(STDIN_FILENO, &saved) == 0;
+    if (terminal) {
+        err << "password for " << user << ": " << std::flush;
+        termios quiet = saved;
+        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    }
+    const bool read = static_cast<bool>(std::getline(std::cin, password));
+    if (terminal) {
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+        err << "\n";
+    }
+    if (!password.empty() && password.back() == '\r')
+        password.pop_back();
+    return read;
+}
+
+// diagctl passwd FILE USER: needs no object manager.
+int setPassword(const DiagctlOptions& options, std::ostream& err) {
+    const std::string& file = options.operands[0];
+    const std::string& user = options.operands[1];
+    std::string password;
+    if (!readPassword(user, err, password)) {
+        err << "diagctl: no password on standard input\n";
+        return exitFailed;
+    }
+    try {
+        diagserver::PasswordFile::setPassword(file, user, password);
+    } catch (const diagserver::PasswordFile::Error& e) {
+        err << "diagctl: " << e.what() << "\n";
+        return exitFailed;
+    }
+    std::fill(password.begin(), password.end(), '\0');
+    return 0;
+}
+
 } // namespace
 
 Diagctl::Locations Diagctl::defaultLocations() {
@@ -54,6 +97,8 @@ Diagctl::Diagctl(DiagctlOptions options, std::ostream& out, std::ostream& err)
     : options_(std::move(options)), out_(out), err_(err) {}
 
 int Diagctl::run() {
+    if (options_.command == DiagctlOptions::Command::Passwd)
+        return setPassword(options_, err_);
     const Locations defaults = defaultLocations();
     diaghost::Host::Options hostOptions;
     hostOptions.dialect = options_.dialect;
@@ -98,6 +143,7 @@ int Diagctl::execute(diaghost::Host& host) {
         return DiagnosticDemo(host, options_.nameSpace, out_, err_).run();
     case C::Serve:
         return serve(host);
+    case C::Passwd:
     case C::Help:
         break;
     }
@@ -197,6 +243,9 @@ int Diagctl::serve(diaghost::Host& host) {
     options.threads = options_.threads;
     options.idleTimeoutSeconds = options_.idleTimeoutSeconds;
     options.unauthenticatedRemote = options_.unauthenticatedRemote;
+    options.certificateFile = options_.certificateFile;
+    options.keyFile = options_.keyFile;
+    options.passwordFile = options_.passwordFile;
     std::ofstream logFile;
     if (options_.accessLog == "-") {
         options.accessLog = &err_;
@@ -225,7 +274,9 @@ int Diagctl::serve(diaghost::Host& host) {
     const std::vector<unsigned short> ports = server.ports();
     for (std::size_t i = 0; i < options.listen.size(); ++i) {
         std::string address = options.listen[i].substr(0, options.listen[i].rfind(':'));
-        err_ << "diagctl: serving CIM-XML on http://" << address << ":" << ports[i] << "/cimom\n";
+        err_ << "diagctl: serving CIM-XML on " << (options.keyFile.empty() ? "http" : "https")
+             << "://" << address << ":" << ports[i] << "/cimom"
+             << (options.passwordFile.empty() ? "" : " (Basic authentication)") << "\n";
     }
     err_.flush();
     int signal = 0;

@@ -21,7 +21,8 @@ const std::map<std::string, CommandShape>& commands() {
         {"classes", {C::Classes, 0, false, false}}, {"enum", {C::Enum, 1, false, true}},
         {"get", {C::Get, 1, false, false}},         {"assoc", {C::Assoc, 1, true, true}},
         {"run", {C::Run, 2, false, false}},         {"demo", {C::Demo, 0, false, false}},
-        {"serve", {C::Serve, 0, false, false}},     {"help", {C::Help, 0, false, false}}};
+        {"serve", {C::Serve, 0, false, false}},     {"passwd", {C::Passwd, 2, false, false}},
+        {"help", {C::Help, 0, false, false}}};
     return table;
 }
 
@@ -38,9 +39,15 @@ void DiagctlOptions::usage(std::ostream& out) {
            "  run SERVICE_PATH ELEMENT_PATH RunDiagnostic of a service on an element\n"
            "  demo                          every service on every element it can test\n"
            "  serve [--listen ADDR:PORT] [--threads N] [--access-log FILE|-]\n"
-           "        [--idle-timeout SECONDS] [--unauthenticated-remote]\n"
-           "                                answer WBEM clients (CIM-XML over HTTP) until\n"
-           "                                SIGTERM; default 127.0.0.1:5988, --listen repeatable\n"
+           "        [--idle-timeout SECONDS] [--cert FILE --key FILE]\n"
+           "        [--password-file FILE] [--unauthenticated-remote]\n"
+           "                                answer WBEM clients (CIM-XML over HTTP, or HTTPS\n"
+           "                                with --cert and --key) until SIGTERM; default\n"
+           "                                127.0.0.1:5988, --listen repeatable; with\n"
+           "                                --password-file every request needs Basic\n"
+           "                                credentials and any address may be listened on\n"
+           "  passwd FILE USER              set USER's password (a line on stdin) in a\n"
+           "                                password file for serve\n"
            "paths are in the DMTF text form, e.g. 'ZORQ_NetworkPort.DeviceID=\"eth0\",...'\n"
            "options:\n"
            "  --json                 JSON instead of MOF instance text\n"
@@ -107,6 +114,12 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             o.idleTimeoutSeconds = static_cast<unsigned>(n), sawServe = true;
         } else if (a == "--unauthenticated-remote") {
             o.unauthenticatedRemote = true, sawServe = true;
+        } else if (a == "--cert") {
+            o.certificateFile = value(), sawServe = true;
+        } else if (a == "--key") {
+            o.keyFile = value(), sawServe = true;
+        } else if (a == "--password-file") {
+            o.passwordFile = value(), sawServe = true;
         } else if (a == "--access-log") {
             o.accessLog = value(), sawServe = true;
         } else if (a == "--assoc-class") {
@@ -137,9 +150,10 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
     if (sawFilter && !shape.filters)
         throw UsageError("association filters apply to assoc only");
     if (sawServe && shape.command != Command::Serve)
-        throw UsageError(
-            "--listen, --threads, --access-log, --idle-timeout and --unauthenticated-remote apply "
-            "to serve only");
+        throw UsageError("--listen, --threads, --access-log, --idle-timeout, --cert, --key, "
+                         "--password-file and --unauthenticated-remote apply to serve only");
+    if (o.certificateFile.empty() != o.keyFile.empty())
+        throw UsageError("--cert and --key go together");
     if (sawNames && !shape.names)
         throw UsageError("--names applies to enum and assoc only");
     for (const std::string& operand : o.operands)

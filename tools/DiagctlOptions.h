@@ -20,10 +20,10 @@ public:
 };
 
 struct DiagctlOptions {
-    enum class Command { Classes, Enum, Get, Assoc, Run, Demo, Serve, Help };
+    enum class Command { Classes, Enum, Get, Assoc, Run, Demo, Serve, Passwd, Help };
 
     Command command = Command::Help;
-    std::vector<std::string> operands; // CLASS, PATH or SERVICE_PATH ELEMENT_PATH
+    std::vector<std::string> operands; // CLASS, PATH, SERVICE_PATH ELEMENT_PATH or FILE USER
 
     bool names = false;
     std::string assocClass;
@@ -45,6 +45,9 @@ struct DiagctlOptions {
     unsigned idleTimeoutSeconds = 60; // a connection idle this long is closed
     std::string accessLog;
     bool unauthenticatedRemote = false; // serve non-loopback addresses without authentication
+    std::string certificateFile;        // with keyFile: serve HTTPS
+    std::string keyFile;
+    std::string passwordFile; // empty: requests are not authenticated
 
     // Throws UsageError.
     static DiagctlOptions parse(int argc, const char* const* argv);

@@ -195,7 +195,10 @@ TEST_F(DiagctlTest, BadArgumentsPrintUsage) {
                                                  {"run", "a"},
                                                  {"enum", "X", "--role", "r"},
                                                  {"--dialect", "wbem", "classes"},
-                                                 {"classes", "--mof"}}) {
+                                                 {"classes", "--mof"},
+                                                 {"serve", "--cert", "c.pem"},
+                                                 {"classes", "--password-file", "f"},
+                                                 {"passwd", "f"}}) {
         const Outcome o = diagctl(args);
         EXPECT_EQ(o.exitCode, 2) << testing::PrintToString(args);
         EXPECT_TRUE(has(o.err, "usage: diagctl")) << testing::PrintToString(args);
