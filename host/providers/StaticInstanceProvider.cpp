@@ -54,6 +54,20 @@ OperationStatus failed(const std::string& message) {
     return OperationStatus::make(CMPI_RC_ERR_FAILED, message);
 }
 
+// Hands an instance, or only its path, to a provider result.
+OperationStatus returnOne(const CMPIResult* rslt, CMPIInstance* inst, bool namesOnly) {
+    CMPIStatus st{CMPI_RC_OK, nullptr};
+    if (namesOnly) {
+        CMPIObjectPath* op = inst->ft->getObjectPath(inst, &st);
+        if (!op)
+            return failed("getObjectPath: " + statusText(st));
+        st = rslt->ft->returnObjectPath(rslt, op);
+    } else {
+        st = rslt->ft->returnInstance(rslt, inst);
+    }
+    return OperationStatus::fromCmpi(st);
+}
+
 } // namespace
 
 StaticInstanceProvider::StaticInstanceProvider(Broker& broker) : broker_(broker) {}
@@ -140,17 +154,9 @@ OperationStatus StaticInstanceProvider::enumerate(const std::string& ns,
         return status;
     const CMPIResult* rslt = out.cmpi();
     for (CMPIInstance* inst : instances) {
-        CMPIStatus st{CMPI_RC_OK, nullptr};
-        if (namesOnly) {
-            CMPIObjectPath* op = inst->ft->getObjectPath(inst, &st);
-            if (!op)
-                return failed("getObjectPath: " + statusText(st));
-            st = rslt->ft->returnObjectPath(rslt, op);
-        } else {
-            st = rslt->ft->returnInstance(rslt, inst);
-        }
-        if (st.rc != CMPI_RC_OK)
-            return OperationStatus::fromCmpi(st);
+        OperationStatus returned = returnOne(rslt, inst, namesOnly);
+        if (!returned.ok())
+            return returned;
     }
     return status;
 }
@@ -198,17 +204,9 @@ OperationStatus StaticInstanceProvider::references(const std::string& ns,
         }
         if (!refers)
             continue;
-        CMPIStatus st{CMPI_RC_OK, nullptr};
-        if (namesOnly) {
-            CMPIObjectPath* op = inst->ft->getObjectPath(inst, &st);
-            if (!op)
-                return failed("getObjectPath: " + statusText(st));
-            st = rslt->ft->returnObjectPath(rslt, op);
-        } else {
-            st = rslt->ft->returnInstance(rslt, inst);
-        }
-        if (st.rc != CMPI_RC_OK)
-            return OperationStatus::fromCmpi(st);
+        OperationStatus returned = returnOne(rslt, inst, namesOnly);
+        if (!returned.ok())
+            return returned;
     }
     return status;
 }
