@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # `diagctl serve` over HTTPS with a password file, driven by wbemcli and curl: with a good password
 # ecn, ei, gi and cm RunDiagnostic are answered (the certificate verified against itself, and once
-# unverified); a wrong, missing or replaced password gets 401 with WWW-Authenticate and nothing is
-# run; the access log names the refusals without the password; a key that does not go with the
-# certificate stops the start. Usage: $0 PATH_TO_DIAGCTL
+# unverified), over TLS 1.2 or later; a wrong, missing or replaced password gets 401 with
+# WWW-Authenticate and nothing is run; the access log names the refusals without the password; a
+# key that does not go with the certificate stops the start. Usage: $0 PATH_TO_DIAGCTL
 set -u
 diagctl="$1"
 for tool in wbemcli openssl curl; do
@@ -87,6 +87,15 @@ for credentials in "-u operator:wrong-pass" ""; do
   echo "$headers" | grep -qi '^WWW-Authenticate: Basic realm="' ||
     fail "curl '$credentials': no WWW-Authenticate: $headers"
 done
+# TLS 1.2 is served, 1.1 not (the client told to offer anything).
+tls_version() {
+  local out
+  out="$(echo | timeout 10 openssl s_client -connect "127.0.0.1:$port" "-$1" \
+    -cipher 'DEFAULT:@SECLEVEL=0' 2>&1)"
+  grep -q "Protocol *: TLSv$2" <<<"$out" && ! grep -q "Cipher is (NONE)" <<<"$out"
+}
+tls_version tls1_2 1.2 || fail "TLS 1.2 was not served"
+tls_version tls1_1 1.1 && fail "TLS 1.1 was served"
 # Plain HTTP on the HTTPS port gets no answer.
 curl -s -m 5 -u operator:g00d-pass -X POST "http://127.0.0.1:$port/cimom" >/dev/null 2>&1 &&
   fail "plain HTTP was answered on the HTTPS port"
