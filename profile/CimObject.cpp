@@ -42,6 +42,8 @@ bool scalar(const CMPIBroker* broker, CMPIType type, const std::string& text, CM
 CimObject::CimObject(ObjectName name) : name_(std::move(name)) {
     for (const auto& [key, value] : name_.keys)
         text(key, value);
+    for (const ObjectNameReference& ref : name_.references)
+        reference(ref.key, ref.target);
 }
 
 CimObject::Value& CimObject::slot(const std::string& property) {
@@ -109,6 +111,14 @@ CimObject& CimObject::uint16s(const std::string& property,
     v.texts.clear();
     for (std::uint16_t value : values)
         v.texts.push_back(std::to_string(value));
+    return *this;
+}
+
+CimObject& CimObject::array(const std::string& property, CMPIType elementType,
+                            std::vector<std::string> values) {
+    Value& v = slot(property);
+    v.type = static_cast<CMPIType>(elementType | CMPI_ARRAY);
+    v.texts = std::move(values);
     return *this;
 }
 

@@ -31,6 +31,9 @@ public:
     CimObject& reference(const std::string& property, ObjectName target);
     CimObject& texts(const std::string& property, std::vector<std::string> values);
     CimObject& uint16s(const std::string& property, const std::vector<std::uint16_t>& values);
+    // An array of the element type (CMPI_string, CMPI_uint16, CMPI_uint32, ...) from texts.
+    CimObject& array(const std::string& property, CMPIType elementType,
+                     std::vector<std::string> values);
 
     // The object a reference property names; null when there is no such reference.
     const ObjectName* referenceOf(std::string_view property) const;

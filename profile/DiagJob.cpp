@@ -104,7 +104,7 @@ ProfileClock::Micros DiagJob::endTime() const {
 
 CimObject DiagJob::toObject(const std::string& className) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    CimObject job(ObjectName{className, {{"InstanceID", identity_.instanceId}}});
+    CimObject job(ObjectName{className, {{"InstanceID", identity_.instanceId}}, {}});
     job.text("Name", identity_.name)
         .text("Caption", "RunDiagnosticService of " + identity_.service.text())
         .uint16("JobState", static_cast<std::uint16_t>(state_))

@@ -61,7 +61,10 @@ ObjectName ObjectName::fromPath(const CMPIObjectPath* path) {
     for (CMPICount i = 0; i < count; ++i) {
         CMPIString* keyName = nullptr;
         CMPIData value = path->ft->getKeyAt(path, i, &keyName, nullptr);
-        name.keys.emplace_back(textOf(keyName), keyText(value));
+        if (value.type == CMPI_ref && !(value.state & CMPI_nullValue))
+            name.references.push_back({textOf(keyName), fromPath(value.value.ref)});
+        else
+            name.keys.emplace_back(textOf(keyName), keyText(value));
     }
     return name;
 }
@@ -78,12 +81,29 @@ CMPIObjectPath* ObjectName::toPath(const CMPIBroker* broker, const char* nameSpa
         v.chars = const_cast<char*>(value.c_str());
         path->ft->addKey(path, key.c_str(), &v, CMPI_chars);
     }
+    for (const ObjectNameReference& reference : references) {
+        CMPIValue v;
+        v.ref = reference.target.toPath(broker, nameSpace);
+        if (v.ref != nullptr)
+            path->ft->addKey(path, reference.key.c_str(), &v, CMPI_ref);
+    }
     return path;
 }
 
 bool ObjectName::matches(const ObjectName& other) const {
-    if (!sameName(className, other.className) || keys.size() != other.keys.size())
+    if (!sameName(className, other.className) || keys.size() != other.keys.size() ||
+        references.size() != other.references.size())
         return false;
+    for (const ObjectNameReference& reference : references) {
+        bool found = false;
+        for (const ObjectNameReference& theirs : other.references)
+            if (sameName(reference.key, theirs.key)) {
+                found = reference.target.matches(theirs.target);
+                break;
+            }
+        if (!found)
+            return false;
+    }
     for (const auto& [key, value] : keys) {
         bool found = false;
         for (const auto& [otherKey, otherValue] : other.keys)
@@ -102,6 +122,10 @@ std::string ObjectName::text() const {
     for (std::size_t i = 0; i < keys.size(); ++i) {
         out += i == 0 ? '.' : ',';
         out += keys[i].first + "=\"" + keys[i].second + '"';
+    }
+    for (std::size_t i = 0; i < references.size(); ++i) {
+        out += keys.empty() && i == 0 ? '.' : ',';
+        out += references[i].key + "=\"" + references[i].target.text() + '"';
     }
     return out;
 }

@@ -22,8 +22,8 @@ protected:
     DiagJob::Identity identity(bool deleteOnCompletion = true) {
         DiagJob::Identity id;
         id.instanceId = "ZORQ:Job:1";
-        id.service = ObjectName{"ZORQ_NetDiagService", {{"Name", "NetworkPortLink"}}};
-        id.element = ObjectName{"ZORQ_NetworkPort", {{"DeviceID", "lo"}}};
+        id.service = ObjectName{"ZORQ_NetDiagService", {{"Name", "NetworkPortLink"}}, {}};
+        id.element = ObjectName{"ZORQ_NetworkPort", {{"DeviceID", "lo"}}, {}};
         id.deleteOnCompletion = deleteOnCompletion;
         id.timeBeforeRemoval = 60 * ProfileClock::second;
         return id;
