@@ -222,11 +222,15 @@ TEST_F(DmtfAgreementTest, DeclaredMethodsHaveTheSchemasSignatures) {
     const CimMethod* run =
         ours->findClass(kCimv2, "CIM_DiagnosticService")->findMethod("RunDiagnostic");
     ASSERT_NE(run, nullptr) << "the one method the core serves";
+    EXPECT_NE(ours->findClass(kCimv2, "CIM_DiagnosticService")->findMethod("RunDiagnosticService"),
+              nullptr)
+        << "the method the profile layer serves";
 }
 
 TEST_F(DmtfAgreementTest, QualifierDeclarationsMatchTheSchemasDeclarations) {
-    const char* const used[] = {"Abstract", "Association", "EmbeddedObject", "In",   "Key",
-                                "Out",      "Override",    "Required",       "Write"};
+    const char* const used[] = {"Abstract", "Association", "EmbeddedInstance", "EmbeddedObject",
+                                "Exception", "In",         "Indication",       "Key",
+                                "Out",       "Override",   "Required",         "Write"};
     for (const char* name : used) {
         const CimQualifierDecl* a = ours->findQualifier(kCimv2, name);
         const CimQualifierDecl* b = dmtf->findQualifier(kCimv2, name);
