@@ -439,27 +439,31 @@ struct WbemHttpServer::Impl {
         return plain(connection, status, cimError);
     }
 
-    // Whether the request holds Basic credentials the password file knows; a refusal is logged
-    // with its reason and the user name given, never the password.
-    bool authenticated(MHD_Connection* connection, Exchange& exchange) {
+    // Whether the request holds Basic credentials the password file knows (Busy: they could not
+    // be verified in time); a refusal is logged with its reason and the user name given, never
+    // the password.
+    PasswordFile::Verdict authenticated(MHD_Connection* connection, Exchange& exchange) {
         char* password = nullptr;
         char* user = MHD_basic_auth_get_username_password(connection, &password);
         if (!user) {
             log(connection, "-", "-", "401 no Basic credentials", exchange);
-            return false;
+            return PasswordFile::Verdict::Refused;
         }
-        bool ok = false;
+        PasswordFile::Verdict verdict = PasswordFile::Verdict::Refused;
         std::string given;
         try {
             if (password) {
                 given = password;
-                ok = passwords->verify(user, given);
+                verdict = passwords->check(user, given);
             }
         } catch (...) {
-            ok = false;
+            verdict = PasswordFile::Verdict::Refused;
         }
         explicit_bzero(given.data(), given.size());
-        if (!ok) {
+        if (verdict == PasswordFile::Verdict::Busy) {
+            log(connection, "-", "-",
+                "503 no password verification free in time for user " + headerText(user), exchange);
+        } else if (verdict != PasswordFile::Verdict::Accepted) {
             const std::string problem = passwords->problem();
             log(connection, "-", "-",
                 "401 wrong credentials for user " + headerText(user) +
@@ -471,7 +475,7 @@ struct WbemHttpServer::Impl {
             MHD_free(password);
         }
         MHD_free(user);
-        return ok;
+        return verdict;
     }
 
     MHD_Result unauthorized(MHD_Connection* connection) {
@@ -510,9 +514,20 @@ struct WbemHttpServer::Impl {
                 exchange = new Exchange;
                 *context = exchange;
                 // Nothing of a request without valid credentials is read or acted on.
-                if (impl->passwords && !impl->authenticated(connection, *exchange)) {
-                    exchange->answered = true;
-                    return impl->unauthorized(connection);
+                if (impl->passwords) {
+                    const PasswordFile::Verdict verdict =
+                        impl->authenticated(connection, *exchange);
+                    if (verdict == PasswordFile::Verdict::Busy) {
+                        // Not 401: the credentials may well be right, and clients take 401 as
+                        // a wrong password. Retry-After asks for another try after the wait.
+                        exchange->answered = true;
+                        return impl->plain(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "",
+                                           "Retry-After", impl->retryAfter.c_str());
+                    }
+                    if (verdict != PasswordFile::Verdict::Accepted) {
+                        exchange->answered = true;
+                        return impl->unauthorized(connection);
+                    }
                 }
                 // A body announced past the limit is refused before it is read.
                 const char* length =
@@ -564,6 +579,8 @@ struct WbemHttpServer::Impl {
     std::vector<Listener> listeners;
     std::mutex logMutex;
     std::unique_ptr<PasswordFile> passwords;
+    // Seconds, for the Retry-After of a 503 when no verification was free in time.
+    std::string retryAfter = "1";
     // Kept while serving: the TLS library is handed them by address.
     std::string certificatePem;
     std::string keyPem;
@@ -604,8 +621,18 @@ void WbemHttpServer::start() {
         if (!o.passwordFile.empty()) {
             if (MHD_is_feature_supported(MHD_FEATURE_BASIC_AUTH) != MHD_YES)
                 throw StartError("this libmicrohttpd is built without Basic authentication");
+            PasswordFile::Options po;
+            po.concurrentVerifications = o.concurrentVerifications;
+            po.verificationWait = o.verificationWait;
+            // Waiting requests hold their thread: at least one is left for the others.
+            const unsigned threads = o.threads ? o.threads : 1;
+            po.waitingVerifications = threads > o.concurrentVerifications + 1
+                                          ? threads - o.concurrentVerifications - 1
+                                          : 0;
+            const auto waited = std::chrono::ceil<std::chrono::seconds>(o.verificationWait);
+            impl_->retryAfter = std::to_string(waited.count() > 0 ? waited.count() : 1);
             try {
-                impl_->passwords = std::make_unique<PasswordFile>(o.passwordFile);
+                impl_->passwords = std::make_unique<PasswordFile>(o.passwordFile, po);
             } catch (const PasswordFile::Error& e) {
                 throw StartError(std::string("the password file ") + e.what());
             }

@@ -4,12 +4,15 @@
 // that name the fault, and the server goes on. Requests are served by a fixed pool of threads,
 // bodies past a size and connections past a count are refused, idle connections are closed.
 // Optionally over TLS, and with HTTP Basic authentication against a password file: then a request
-// without valid credentials is answered 401 before any of it is read.
+// without valid credentials is answered 401 before any of it is read. Credentials verified lately
+// are taken without hashing again; while the verifications allowed at once are all taken and the
+// wait for one runs out, a request is answered 503 with Retry-After instead.
 #ifndef DIAGSERVER_WBEMHTTPSERVER_H
 #define DIAGSERVER_WBEMHTTPSERVER_H
 
 #include "server/XmlReader.h"
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <ostream>
@@ -42,6 +45,11 @@ public:
         // A PasswordFile every request must hold Basic credentials from; empty: none asked for.
         std::string passwordFile;
         std::string realm = "CIM";
+        // crypt(3) verifications of passwords running at once (0: no limit), and how long a
+        // request waits for one before it is answered 503. At most threads - this - 1 requests
+        // wait, so that a thread is left for requests needing no verification.
+        unsigned concurrentVerifications = 1;
+        std::chrono::milliseconds verificationWait{2000};
         // Without a password file, addresses other than loopback ones are refused unless this
         // says the operator wants unauthenticated clients from elsewhere anyway.
         bool unauthenticatedRemote = false;
