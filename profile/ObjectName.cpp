@@ -76,11 +76,10 @@ CMPIObjectPath* ObjectName::toPath(const CMPIBroker* broker, const char* nameSpa
         broker->eft->newObjectPath(broker, nameSpace, className.c_str(), nullptr);
     if (path == nullptr || path->ft == nullptr)
         return nullptr;
-    for (const auto& [key, value] : keys) {
-        CMPIValue v;
-        v.chars = const_cast<char*>(value.c_str());
-        path->ft->addKey(path, key.c_str(), &v, CMPI_chars);
-    }
+    // With CMPI_chars the value argument is the text itself, as object managers read it.
+    for (const auto& [key, value] : keys)
+        path->ft->addKey(path, key.c_str(), reinterpret_cast<const CMPIValue*>(value.c_str()),
+                         CMPI_chars);
     for (const ObjectNameReference& reference : references) {
         CMPIValue v;
         v.ref = reference.target.toPath(broker, nameSpace);
