@@ -1,5 +1,6 @@
 # Checks that the embedded object manager's components include one another in one direction only,
-# that the WBEM server uses only them, and that neither they nor the core include the other. Run as
+# that the WBEM server uses only them, that neither they nor the core include the other, and that
+# the profile layer builds on the core alone (and nothing below it includes the layer). Run as
 #   cmake -DROOT=<source tree> -P HostLayering.cmake
 # Fails (naming every offending include) when a file includes a folder its component may not use.
 cmake_minimum_required(VERSION 3.25)
@@ -17,6 +18,8 @@ set(uses_testing "broker;mof;text;memory")
 set(uses_host "providers;broker;mof;text;memory")
 # The WBEM server sits on the façade and may read the components below it.
 set(uses_server "host;providers;broker;mof;text;memory")
+# The Diagnostics-profile layer sits on the core and nothing else.
+set(uses_profile "core")
 set(core_folders common instance builder diag factory entry)
 
 set(violations "")
@@ -32,8 +35,8 @@ function(check_file file folder allowed)
     elseif(included MATCHES "^([a-z]+)/")
       if(CMAKE_MATCH_1 IN_LIST core_folders)
         set(target "core")
-      elseif(CMAKE_MATCH_1 STREQUAL "server")
-        set(target "server")
+      elseif(CMAKE_MATCH_1 STREQUAL "server" OR CMAKE_MATCH_1 STREQUAL "profile")
+        set(target "${CMAKE_MATCH_1}")
       endif()
     endif()
     if(target STREQUAL "" OR target STREQUAL folder OR target IN_LIST allowed)
@@ -63,6 +66,10 @@ endforeach()
 file(GLOB_RECURSE files "${ROOT}/server/*.h" "${ROOT}/server/*.cpp")
 foreach(f IN LISTS files)
   check_file("${f}" server "${uses_server}")
+endforeach()
+file(GLOB_RECURSE files "${ROOT}/profile/*.h" "${ROOT}/profile/*.cpp")
+foreach(f IN LISTS files)
+  check_file("${f}" profile "${uses_profile}")
 endforeach()
 foreach(folder IN LISTS core_folders)
   file(GLOB_RECURSE files "${ROOT}/${folder}/*.h" "${ROOT}/${folder}/*.cpp")
