@@ -20,8 +20,12 @@ void RecordLog::erase(Sequence sequence) const {
 
 void RecordLog::purge() const {
     const ProfileClock::Micros now = clock_.now();
-    while (!expiries_.empty() && expiries_.begin()->first <= now)
-        erase(expiries_.begin()->second);
+    while (!expiries_.empty() && expiries_.begin()->first <= now) {
+        const Sequence sequence = expiries_.begin()->second;
+        // Taken off the queue before the entry goes, so the loop always moves on.
+        expiries_.erase(expiries_.begin());
+        erase(sequence);
+    }
 }
 
 bool RecordLog::hasRoom() const {

@@ -58,12 +58,19 @@ TEST_F(RecordLogTest, AWrappingLogDropsItsOldestEntryToTakeANewOne) {
         EXPECT_TRUE(log.add(entry(id)));
     EXPECT_EQ((Ids{"1", "2", "3"}), ids(log));
     EXPECT_TRUE(log.hasRoom());
-    EXPECT_TRUE(log.add(entry("4")));
-    EXPECT_TRUE(log.add(entry("5")));
-    EXPECT_EQ((Ids{"3", "4", "5"}), ids(log));
+    EXPECT_TRUE(log.add(entry("4", 60)));
+    EXPECT_TRUE(log.add(entry("5", 60)));
+    EXPECT_TRUE(log.add(entry("6", 60)));
+    EXPECT_TRUE(log.add(entry("7")));
+    EXPECT_EQ((Ids{"5", "6", "7"}), ids(log));
+    // Nothing of a dropped entry stays behind in the log's indexes.
+    const RecordLog::Footprint f = log.footprint();
+    EXPECT_EQ(3u, f.entries);
+    EXPECT_EQ(3u, f.ids);
+    EXPECT_EQ(2u, f.expiries);
     EXPECT_EQ(3u, log.size());
     EXPECT_FALSE(log.find("1"));
-    EXPECT_FALSE(log.find("2"));
+    EXPECT_FALSE(log.find("4"));
     ASSERT_TRUE(log.find("5"));
     EXPECT_EQ("ZORQ:Job:5", log.find("5")->jobId);
 }
