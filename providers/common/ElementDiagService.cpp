@@ -8,9 +8,9 @@ namespace NQORVA20::providers {
 
 ElementDiagService::ElementDiagService(std::string className, std::string recordClassName,
                                        std::string installDate, std::string systemName,
-                                       const ElementCatalog& catalog, Naming naming)
-    : DiagService(std::move(className), std::move(recordClassName), catalog.className(),
-                  std::move(installDate), std::move(systemName)),
+                                       const ElementCatalog& catalog, Naming naming, Traits traits)
+    : ProfileDiagService(std::move(className), std::move(recordClassName), catalog.className(),
+                         std::move(installDate), std::move(systemName), traits),
       catalog_(catalog), naming_(std::move(naming)) {
     get("Name") = naming_.name;
     get("Caption") = naming_.caption;

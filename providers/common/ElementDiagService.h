@@ -1,4 +1,5 @@
-// A diagnostic service that tests only elements its family published. runTest looks the
+// A diagnostic service that tests only elements its family published, by RunDiagnostic and by
+// the profile layer's RunDiagnosticService alike. runTest looks the
 // "ManagedElement" up in the family's catalog first: an element the catalog does not hold is
 // refused with a failed record and TestElementRefused, before anything is opened or read. For
 // a published element the family's runOnElement does the work; whatever it throws is caught
@@ -6,7 +7,7 @@
 #ifndef ZORQ_PROVIDERS_COMMON_ELEMENTDIAGSERVICE_H
 #define ZORQ_PROVIDERS_COMMON_ELEMENTDIAGSERVICE_H
 
-#include "diag/DiagService.h"
+#include "profile/ProfileDiagService.h"
 #include "providers/common/ElementCatalog.h"
 
 #include <cstddef>
@@ -15,7 +16,7 @@
 
 namespace NQORVA20::providers {
 
-class ElementDiagService : public DiagService {
+class ElementDiagService : public profile::ProfileDiagService {
 public:
     // The texts that name and describe one service, and its family's two fixed error codes.
     struct Naming {
@@ -27,7 +28,8 @@ public:
     };
 
     ElementDiagService(std::string className, std::string recordClassName, std::string installDate,
-                       std::string systemName, const ElementCatalog& catalog, Naming naming);
+                       std::string systemName, const ElementCatalog& catalog, Naming naming,
+                       Traits traits = {});
 
     unsigned int runTest(InstanceImpl* managedElement, DiagnosticRecord* record) final;
 

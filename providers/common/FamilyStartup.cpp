@@ -6,6 +6,7 @@
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
 #include "instance/SystemIdentity.h"
+#include "profile/ProfileDiagService.h"
 #include "providers/common/DiagnosticLog.h"
 #include "providers/common/HostName.h"
 #include "providers/common/ProviderLog.h"
@@ -61,12 +62,34 @@ void FamilyStartup::publishCompanions(const CMPIBroker* broker, const CMPIContex
 
     auto log = std::make_unique<DiagnosticLog>(classes_.log, serviceName);
     InstanceImpl& logObject = *log;
+    // The profile layer files the records of its runs under this log.
+    if (auto* profiled = dynamic_cast<profile::ProfileDiagService*>(&service))
+        profiled->setLogInstanceId(logObject.get("InstanceID"));
     if (!publishCompanion(broker, ctx, std::move(log)) || servicePath.empty())
         return; // an association with a dangling end would mislead more than help
     auto useOfLog = std::make_unique<UseOfLog>(classes_.useOfLog);
     (*useOfLog)["Antecedent"] = logObject.getObjectPath();
     (*useOfLog)["Dependent"] = servicePath;
     publishCompanion(broker, ctx, std::move(useOfLog));
+}
+
+profile::ProfileClasses FamilyStartup::profileClasses(const std::string& stem,
+                                                      const Classes& classes) {
+    profile::ProfileClasses c;
+    c.job = stem + "DiagJob";
+    c.completionRecord = stem + "DiagCompletionRecord";
+    c.settingRecord = stem + "DiagSettingDataRecord";
+    c.owningJob = stem + "OwningJobElement";
+    c.affectedJob = stem + "AffectedJobElement";
+    c.correspondingSetting = stem + "CorrespondingSettingDataRecord";
+    c.logManagesRecord = stem + "LogManagesRecord";
+    c.recordAppliesTo = stem + "RecordAppliesToElement";
+    c.registeredProfile = stem + "RegisteredProfile";
+    c.conformsToProfile = stem + "ElementConformsToProfile";
+    c.log = classes.log;
+    c.available = classes.available;
+    c.setting = classes.setting;
+    return c;
 }
 
 unsigned int FamilyStartup::run(const CMPIBroker* broker, const CMPIContext* ctx,

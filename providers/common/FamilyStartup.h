@@ -11,6 +11,7 @@
 #define ZORQ_PROVIDERS_COMMON_FAMILYSTARTUP_H
 
 #include "factory/ServiceFactory.h"
+#include "profile/ProfileClasses.h"
 #include "providers/common/ProviderLog.h"
 
 #include <cmpidt.h>
@@ -38,6 +39,11 @@ public:
     // Publishes the factory's services and what belongs to each; answers how many services
     // were registered. Failures to publish are logged, never thrown.
     unsigned int run(const CMPIBroker* broker, const CMPIContext* ctx, ServiceFactory& factory);
+
+    // The classes through which the family serves the Diagnostics profile: its own subclasses,
+    // named after its stem ("ZORQ_Net": ZORQ_NetDiagJob, ZORQ_NetOwningJobElement, ...), and its
+    // log, availability and setting classes.
+    static profile::ProfileClasses profileClasses(const std::string& stem, const Classes& classes);
 
     // The system name services and elements carry: the name of the ZORQ_ComputerSystem the
     // object manager serves, else this machine's fully qualified host name.

@@ -1,6 +1,6 @@
 // The entry symbols of libzorqfsdiag.so and its start-up: publish the mounted local file
 // systems, then the two services with everything that belongs to them.
-#include "entry/DiagProvider.h"
+#include "profile/ProfileProvider.h"
 #include "providers/common/ElementServiceFactory.h"
 #include "providers/common/FamilyStartup.h"
 #include "providers/filesystem/FSDiag.h"
@@ -27,6 +27,10 @@ struct FileSystemFamily {
     }
 };
 
+NQORVA20::profile::ProfileClasses profileClasses() {
+    return FamilyStartup::profileClasses("ZORQ_FS", FileSystemFamily::classes());
+}
+
 } // namespace
 
-DIAGCORE_PROVIDER(ZORQ_FSDiagProvider, startFamily<FileSystemFamily>)
+DIAGCORE_PROFILE_PROVIDER(ZORQ_FSDiagProvider, startFamily<FileSystemFamily>, profileClasses)

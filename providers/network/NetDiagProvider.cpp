@@ -1,6 +1,6 @@
 // The entry symbols of libzorqnetdiag.so and its start-up: publish the network interfaces, then
 // the two services with everything that belongs to them.
-#include "entry/DiagProvider.h"
+#include "profile/ProfileProvider.h"
 #include "providers/common/ElementServiceFactory.h"
 #include "providers/common/FamilyStartup.h"
 #include "providers/network/NetDiag.h"
@@ -26,6 +26,10 @@ struct NetworkFamily {
     }
 };
 
+NQORVA20::profile::ProfileClasses profileClasses() {
+    return FamilyStartup::profileClasses("ZORQ_Net", NetworkFamily::classes());
+}
+
 } // namespace
 
-DIAGCORE_PROVIDER(ZORQ_NetDiagProvider, startFamily<NetworkFamily>)
+DIAGCORE_PROFILE_PROVIDER(ZORQ_NetDiagProvider, startFamily<NetworkFamily>, profileClasses)

@@ -39,6 +39,9 @@ Host& sharedHost() {
 
 class ProfileServiceTest : public ::testing::Test {
 protected:
+    // The library's cleanup stops what still runs and waits for its workers.
+    static void TearDownTestSuite() { sharedHost().shutdown(); }
+
     Host& host = sharedHost();
     diaghost::CallScope scope{host.broker()};
 
