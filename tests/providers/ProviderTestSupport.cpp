@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -192,12 +193,33 @@ std::unique_ptr<Host> makeHost(diaghost::PathDialect dialect) {
     return host;
 }
 
+namespace {
+
+std::atomic<Host*> sharedHostMade{nullptr};
+
+// At the end of the run the shared host's providers are cleaned up, as an object manager does
+// when it stops: runs of the profile layer still going are stopped and their workers joined.
+class SharedHostShutdown : public ::testing::Environment {
+public:
+    void TearDown() override {
+        if (Host* host = sharedHostMade.load())
+            host->shutdown();
+    }
+};
+
+::testing::Environment* const sharedHostShutdown =
+    ::testing::AddGlobalTestEnvironment(new SharedHostShutdown);
+
+} // namespace
+
 Host& sharedHost() {
     // One per process: the providers' registry lives as long as the process, and so must the
     // host whose broker made its instances.
     static Host* host = [] {
         FakeSystem::instance();
-        return makeHost().release();
+        Host* made = makeHost().release();
+        sharedHostMade.store(made);
+        return made;
     }();
     return *host;
 }

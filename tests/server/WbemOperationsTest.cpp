@@ -229,6 +229,43 @@ TEST_F(WbemOperationsTest, AssociationsOfAClassAnswerFromTheRepository) {
     EXPECT_EQ(5u, code);
 }
 
+TEST_F(WbemOperationsTest, MethodParametersReadAsTheirDeclaredTypes) {
+    // RunDiagnosticService hands back its job; the job's RequestStateChange takes a uint16.
+    auto [service, element] = serviceAndElement();
+    CimRequest run;
+    run.intrinsic = false;
+    run.method = "RunDiagnosticService";
+    run.nameSpace = "root/cimv2";
+    run.target = ObjectPathText::parse(service);
+    addPath(run, "ManagedElement", element);
+    unsigned code = 99;
+    std::string out = answer(run, &code);
+    ASSERT_EQ(0u, code) << out;
+    EXPECT_NE(std::string::npos, out.find("<RETURNVALUE PARAMTYPE=\"uint32\"><VALUE>4096</VALUE>"))
+        << out;
+    const std::size_t id = out.find("<KEYBINDING NAME=\"InstanceID\">");
+    ASSERT_NE(std::string::npos, id) << out;
+    const std::size_t from = out.find('>', out.find("<KEYVALUE", id)) + 1;
+    const std::string jobId = out.substr(from, out.find('<', from) - from);
+
+    CimRequest stop;
+    stop.intrinsic = false;
+    stop.method = "RequestStateChange";
+    stop.nameSpace = "root/cimv2";
+    stop.target = ObjectPathText::parse("ZORQ_FSDiagJob.InstanceID=\"" + jobId + "\"");
+    add(stop, "RequestedState", Kind::Text, "5");
+    out = answer(stop, &code);
+    EXPECT_EQ(0u, code) << out;
+    // Started and then killed, or ended already: either way the job's answer, not a refusal.
+    EXPECT_TRUE(out.find("<VALUE>4096</VALUE>") != std::string::npos ||
+                out.find("<VALUE>4097</VALUE>") != std::string::npos)
+        << out;
+    stop.params.clear();
+    add(stop, "RequestedState", Kind::Text, "five");
+    answer(stop, &code);
+    EXPECT_EQ(4u, code);
+}
+
 TEST_F(WbemOperationsTest, AnsweringKeepsNothingWithTheBroker) {
     CimRequest full = intrinsic("EnumerateInstances");
     add(full, "ClassName", Kind::ClassName, "ZORQ_FSDiagRecord");
