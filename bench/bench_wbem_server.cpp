@@ -5,6 +5,8 @@
 #include "host/Host.h"
 #include "server/WbemHttpServer.h"
 
+#include "WbemBenchClient.h"
+
 #include <benchmark/benchmark.h>
 
 #include <arpa/inet.h>
@@ -18,6 +20,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 
@@ -49,7 +52,7 @@ namespace {
 struct Server {
     pid_t pid = -1;
     unsigned short port = 0;
-    int socket = -1;
+    std::unique_ptr<wbembench::WbemBenchClient> client;
 
     Server() {
         int fds[2];
@@ -64,18 +67,10 @@ struct Server {
         if (read(fds[0], &port, sizeof port) != static_cast<ssize_t>(sizeof port))
             std::abort();
         close(fds[0]);
-        socket = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(port);
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int one = 1;
-        setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-        if (connect(socket, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0)
-            std::abort();
+        client = std::make_unique<wbembench::WbemBenchClient>(port);
     }
     ~Server() {
-        close(socket);
+        client.reset();
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
@@ -96,37 +91,10 @@ struct Server {
         return static_cast<double>(utime + stime) * 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
     }
 
-    // Sends one request and reads the whole answer; the body's size.
+    // Sends one request and reads the whole answer, chunked or not; the body's size.
     std::size_t call(const std::string& method, const std::string& object,
                      const std::string& body) {
-        std::string request = "POST /cimom HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: "
-                              "application/xml; charset=\"utf-8\"\r\nCIMOperation: MethodCall\r\n"
-                              "CIMMethod: " +
-                              method + "\r\nCIMObject: " + object +
-                              "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
-                              body;
-        if (send(socket, request.data(), request.size(), MSG_NOSIGNAL) !=
-            static_cast<ssize_t>(request.size()))
-            std::abort();
-        std::string got;
-        char buffer[1 << 16];
-        std::size_t headerEnd = std::string::npos;
-        std::size_t length = 0;
-        for (;;) {
-            ssize_t n = recv(socket, buffer, sizeof buffer, 0);
-            if (n <= 0)
-                std::abort();
-            got.append(buffer, static_cast<std::size_t>(n));
-            if (headerEnd == std::string::npos) {
-                headerEnd = got.find("\r\n\r\n");
-                if (headerEnd == std::string::npos)
-                    continue;
-                std::size_t at = got.find("Content-Length: ");
-                length = std::stoul(got.substr(at + 16));
-            }
-            if (got.size() >= headerEnd + 4 + length)
-                return length;
-        }
+        return client->call(method, object, body).bytes;
     }
 };
 
