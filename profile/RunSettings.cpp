@@ -3,11 +3,8 @@
 #include "profile/EmbeddedInstance.h"
 #include "profile/EmbeddedInstanceWriter.h"
 
-#include <strings.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
+#include <string_view>
 
 namespace NQORVA20::profile {
 
@@ -15,41 +12,76 @@ namespace {
 
 using Property = EmbeddedInstance::Property;
 
+constexpr std::uint32_t uint32Max = 0xFFFFFFFFu;
+
 [[noreturn]] void refuse(const std::string& property, const std::string& why) {
     throw SettingsError(property + " " + why);
 }
 
-bool sameName(const std::string& a, const std::string& b) {
-    return strcasecmp(a.c_str(), b.c_str()) == 0;
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+bool sameName(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                              [](char x, char y) { return lower(x) == lower(y); });
+}
+
+// A value from the text, quoted for a message: at most 64 bytes, cut on a character boundary so
+// that the message stays valid UTF-8.
+std::string quoted(std::string_view text) {
+    constexpr std::size_t most = 64;
+    if (text.size() <= most)
+        return "\"" + std::string(text) + "\"";
+    std::size_t cut = most;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
+        --cut;
+    return "\"" + std::string(text.substr(0, cut)) + "...\"";
+}
+
+// A number or boolean reads with the XML white space around it dropped.
+std::string_view trimmed(std::string_view text) {
+    const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    while (!text.empty() && space(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && space(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+// A decimal unsigned number no greater than `max`.
 std::uint64_t unsignedValue(const std::string& property, const std::string& text,
                             std::uint64_t max) {
-    if (text.empty() || text.size() > 20 ||
-        !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
-        refuse(property, "is not an unsigned number: \"" + text + "\"");
-    errno = 0;
-    const unsigned long long value = std::strtoull(text.c_str(), nullptr, 10);
-    if (errno == ERANGE || value > max)
-        refuse(property, "is out of range: " + text);
+    const std::string_view digits = trimmed(text);
+    if (digits.empty() ||
+        !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        refuse(property, "is not an unsigned number: " + quoted(text));
+    std::uint64_t value = 0;
+    for (char c : digits) {
+        value = value * 10 + static_cast<std::uint64_t>(c - '0');
+        if (value > max)
+            refuse(property, "is out of range (0 to " + std::to_string(max) + "): " + quoted(text));
+    }
     return value;
 }
 
 bool booleanValue(const std::string& property, const std::string& text) {
-    if (sameName(text, "true"))
+    const std::string_view word = trimmed(text);
+    if (sameName(word, "true"))
         return true;
-    if (sameName(text, "false"))
+    if (sameName(word, "false"))
         return false;
-    refuse(property, "is not TRUE or FALSE: \"" + text + "\"");
+    refuse(property, "is not TRUE or FALSE: " + quoted(text));
 }
 
-const Property* scalar(const EmbeddedInstance& instance, const char* name) {
+// The one value of a scalar property; null when the property is absent or null.
+const std::string* scalar(const EmbeddedInstance& instance, const char* name) {
     const Property* p = instance.find(name);
     if (p == nullptr || p->null)
         return nullptr;
     if (p->array || p->values.size() != 1)
         refuse(name, "must be a single value");
-    return p;
+    return &p->values[0];
 }
 
 const Property* arrayOf(const EmbeddedInstance& instance, const char* name) {
@@ -59,6 +91,14 @@ const Property* arrayOf(const EmbeddedInstance& instance, const char* name) {
     if (!p->array)
         refuse(name, "must be an array");
     return p;
+}
+
+std::string classList(const std::vector<std::string>& classes) {
+    std::string list;
+    for (const std::string& c : classes)
+        if (!c.empty())
+            list += (list.empty() ? "" : ", ") + c;
+    return list.empty() ? "no class" : list;
 }
 
 EmbeddedInstance instanceOf(const std::string& text, const char* argument,
@@ -73,73 +113,89 @@ EmbeddedInstance instanceOf(const std::string& text, const char* argument,
     for (const std::string& accepted : classes)
         if (!accepted.empty() && sameName(instance.className(), accepted))
             return instance;
-    throw SettingsError(std::string(argument) + " is an instance of " + instance.className() +
-                        ", not of " + classes.front());
+    throw SettingsError(std::string(argument) + " is an instance of " +
+                        quoted(instance.className()) + ", not of " + classList(classes));
+}
+
+void readLoops(RunSettings& s, const EmbeddedInstance& in) {
+    const Property* controls = arrayOf(in, "LoopControl");
+    const Property* parameters = arrayOf(in, "LoopControlParameter");
+    if (controls == nullptr)
+        return; // parameters without controls say nothing
+    for (std::size_t i = 0; i < controls->values.size(); ++i) {
+        if (i < controls->nullEntries.size() && controls->nullEntries[i])
+            refuse("LoopControl", "entry " + std::to_string(i) + " is null");
+        const auto control =
+            static_cast<std::uint16_t>(unsignedValue("LoopControl", controls->values[i], 65535));
+        if (control < 2 || control > 5)
+            refuse("LoopControl", "value " + std::to_string(control) +
+                                      " is not served (2 Continuous, 3 Count, 4 Timer and 5 "
+                                      "Error Count are)");
+        if (std::find(s.loopControl.begin(), s.loopControl.end(), control) != s.loopControl.end())
+            refuse("LoopControl", "value " + std::to_string(control) + " is given twice");
+        s.loopControl.push_back(control);
+    }
+    const bool allContinuous =
+        std::all_of(s.loopControl.begin(), s.loopControl.end(), [](auto c) { return c == 2; });
+    const std::size_t given = parameters != nullptr ? parameters->values.size() : 0;
+    if (given != s.loopControl.size() && !(given == 0 && allContinuous))
+        refuse("LoopControlParameter", "has " + std::to_string(given) + " entries for " +
+                                           std::to_string(s.loopControl.size()) +
+                                           " LoopControl values; it must have one for each");
+    s.loopControlParameter.assign(s.loopControl.size(), std::string());
+    for (std::size_t i = 0; i < given; ++i)
+        s.loopControlParameter[i] = parameters->values[i];
+
+    for (std::size_t i = 0; i < s.loopControl.size(); ++i) {
+        const std::string& parameter = s.loopControlParameter[i];
+        const auto positive = [&](const char* what) {
+            const std::uint64_t v = unsignedValue("LoopControlParameter", parameter, uint32Max);
+            if (v == 0)
+                refuse("LoopControlParameter", std::string("of ") + what + " must be positive");
+            return static_cast<std::uint32_t>(v);
+        };
+        switch (s.loopControl[i]) {
+        case 2:
+            s.continuous = true; // its parameter is ignored
+            break;
+        case 3:
+            s.count = positive("a count");
+            break;
+        case 4:
+            s.timer = static_cast<ProfileClock::Micros>(positive("a timer")) * ProfileClock::second;
+            break;
+        case 5:
+            s.errorCount = positive("an error count");
+            break;
+        }
+    }
 }
 
 void readDiagnostic(RunSettings& s, const EmbeddedInstance& in) {
-    if (const Property* p = arrayOf(in, "LoopControl"))
-        for (const std::string& v : p->values)
-            s.loopControl.push_back(
-                static_cast<std::uint16_t>(unsignedValue("LoopControl", v, 65535)));
-    if (const Property* p = arrayOf(in, "LoopControlParameter"))
-        s.loopControlParameter = p->values;
-    if (!s.loopControl.empty() && s.loopControlParameter.size() != s.loopControl.size() &&
-        !(s.loopControl.size() == 1 && s.loopControl[0] == 2 && s.loopControlParameter.empty()))
-        refuse("LoopControlParameter", "must have one entry for each LoopControl value");
-    for (std::size_t i = 0; i < s.loopControl.size(); ++i) {
-        const std::string parameter =
-            i < s.loopControlParameter.size() ? s.loopControlParameter[i] : std::string();
-        switch (s.loopControl[i]) {
-        case 2:
-            s.continuous = true;
-            break;
-        case 3:
-            s.count =
-                static_cast<unsigned>(unsignedValue("LoopControlParameter", parameter, 1u << 30));
-            if (*s.count == 0)
-                refuse("LoopControlParameter", "of a count must be positive");
-            break;
-        case 4:
-            s.timer = static_cast<ProfileClock::Micros>(
-                          unsignedValue("LoopControlParameter", parameter, 365u * 86400u)) *
-                      ProfileClock::second;
-            if (*s.timer == 0)
-                refuse("LoopControlParameter", "of a timer must be positive");
-            break;
-        case 5:
-            s.errorCount =
-                static_cast<unsigned>(unsignedValue("LoopControlParameter", parameter, 1u << 30));
-            if (*s.errorCount == 0)
-                refuse("LoopControlParameter", "of an error count must be positive");
-            break;
-        default:
-            refuse("LoopControl", "value " + std::to_string(s.loopControl[i]) +
-                                      " is not served (2, 3, 4 and 5 are)");
-        }
-    }
-    if (const Property* p = scalar(in, "HaltOnError"))
-        s.haltOnError = booleanValue("HaltOnError", p->values[0]);
-    if (const Property* p = scalar(in, "QuickMode"))
-        s.quickMode = booleanValue("QuickMode", p->values[0]);
-    if (const Property* p = scalar(in, "NonDestructive"))
-        s.nonDestructive = booleanValue("NonDestructive", p->values[0]);
-    if (const Property* p = scalar(in, "PercentOfTestCoverage"))
+    readLoops(s, in);
+    if (const std::string* v = scalar(in, "HaltOnError"))
+        s.haltOnError = booleanValue("HaltOnError", *v);
+    if (const std::string* v = scalar(in, "QuickMode"))
+        s.quickMode = booleanValue("QuickMode", *v);
+    if (const std::string* v = scalar(in, "NonDestructive"))
+        s.nonDestructive = booleanValue("NonDestructive", *v);
+    if (const std::string* v = scalar(in, "PercentOfTestCoverage"))
         s.percentOfTestCoverage =
-            static_cast<unsigned>(unsignedValue("PercentOfTestCoverage", p->values[0], 100));
-    if (const Property* p = scalar(in, "ResultPersistence"))
-        s.resultPersistence = static_cast<std::uint32_t>(
-            unsignedValue("ResultPersistence", p->values[0], 0xFFFFFFFFu));
+            static_cast<unsigned>(unsignedValue("PercentOfTestCoverage", *v, 100));
+    if (const std::string* v = scalar(in, "ResultPersistence"))
+        s.resultPersistence =
+            static_cast<std::uint32_t>(unsignedValue("ResultPersistence", *v, uint32Max));
 }
 
 void readJob(RunSettings& s, const EmbeddedInstance& in) {
-    if (const Property* p = scalar(in, "DeleteOnCompletion"))
-        s.deleteOnCompletion = booleanValue("DeleteOnCompletion", p->values[0]);
-    if (const Property* p = scalar(in, "TimeBeforeRemoval")) {
+    if (const std::string* v = scalar(in, "DeleteOnCompletion"))
+        s.deleteOnCompletion = booleanValue("DeleteOnCompletion", *v);
+    if (const std::string* v = scalar(in, "TimeBeforeRemoval")) {
         const std::optional<ProfileClock::Micros> interval =
-            ProfileClock::parseInterval(p->values[0]);
+            ProfileClock::parseInterval(std::string(trimmed(*v)));
         if (!interval)
-            refuse("TimeBeforeRemoval", "is not a CIM interval: \"" + p->values[0] + "\"");
+            refuse("TimeBeforeRemoval",
+                   "is not a CIM interval (ddddddddhhmmss.mmmmmm:000): " + quoted(*v));
         s.timeBeforeRemoval = *interval;
     }
 }
@@ -148,25 +204,26 @@ void readJob(RunSettings& s, const EmbeddedInstance& in) {
 
 RunSettings RunSettings::read(const std::string* diagnosticSettings, const std::string* jobSettings,
                               const std::vector<std::string>& settingClasses,
-                              std::uint32_t defaultResultPersistence) {
+                              std::uint32_t defaultResultPersistence,
+                              const std::vector<std::string>& jobClasses) {
     RunSettings s;
     s.resultPersistence = defaultResultPersistence;
     if (diagnosticSettings != nullptr)
         readDiagnostic(s, instanceOf(*diagnosticSettings, "DiagnosticSettings", settingClasses));
     if (jobSettings != nullptr)
-        readJob(s, instanceOf(*jobSettings, "JobSettings", {"CIM_JobSettingData"}));
+        readJob(s, instanceOf(*jobSettings, "JobSettings", jobClasses));
     return s;
 }
 
 RunSettings::Progress RunSettings::progressAfter(unsigned passes, unsigned failures,
                                                  ProfileClock::Micros elapsed) const {
-    if (!continuous && !count && !timer && !errorCount)
+    if (once())
         return {100, true};
     bool done = false;
     unsigned percent = 0;
     auto consider = [&](double fraction) {
         done = done || fraction >= 1.0;
-        percent = std::max(percent, static_cast<unsigned>(std::min(fraction, 1.0) * 100));
+        percent = std::max(percent, static_cast<unsigned>(std::clamp(fraction, 0.0, 1.0) * 100));
     };
     if (count)
         consider(static_cast<double>(passes) / *count);

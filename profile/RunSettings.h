@@ -24,34 +24,44 @@ public:
 };
 
 struct RunSettings {
-    // LoopControl values: 2 Continuous, 3 Count, 4 Timer, 5 Error Count.
+    // LoopControl values as given (2 Continuous, 3 Count, 4 Timer, 5 Error Count), each kind at
+    // most once, and a parameter for each (empty for Continuous when the client gave none).
     std::vector<std::uint16_t> loopControl;
     std::vector<std::string> loopControlParameter;
+    // The same conditions read: the run ends when the first is met; with none it is one pass.
     bool continuous = false;
-    std::optional<unsigned> count;
-    std::optional<ProfileClock::Micros> timer;
-    std::optional<unsigned> errorCount;
+    std::optional<std::uint32_t> count;        // passes
+    std::optional<ProfileClock::Micros> timer; // since the run began
+    std::optional<std::uint32_t> errorCount;   // failed passes
 
     bool haltOnError = false;
     bool quickMode = false;
-    unsigned percentOfTestCoverage = 100;
+    unsigned percentOfTestCoverage = 100; // 0..100
     bool nonDestructive = false;
-    std::uint32_t resultPersistence = 0;
+    std::uint32_t resultPersistence = 0; // seconds; 0 not kept, 0xFFFFFFFF until cleared
 
     bool deleteOnCompletion = true;
     ProfileClock::Micros timeBeforeRemoval = 300 * ProfileClock::second;
 
-    // The settings from the texts of the two arguments (null: not given). The diagnostic
-    // settings must be an instance of one of `settingClasses`.
+    // The settings from the texts of the two arguments (null: not given, so the defaults; the
+    // diagnostic ones leave records for `defaultResultPersistence` seconds). The diagnostic
+    // settings must be an instance of one of `settingClasses`, the job settings of one of
+    // `jobClasses`, either in any letter case. Properties of other names are ignored; the TYPE
+    // a property is given is not checked, its value must read as the setting's type.
     static RunSettings read(const std::string* diagnosticSettings, const std::string* jobSettings,
                             const std::vector<std::string>& settingClasses,
-                            std::uint32_t defaultResultPersistence);
+                            std::uint32_t defaultResultPersistence,
+                            const std::vector<std::string>& jobClasses = {"CIM_JobSettingData"});
+
+    // No loop condition: the run is one pass.
+    bool once() const { return !continuous && !count && !timer && !errorCount; }
 
     struct Progress {
         unsigned percent;
         bool done;
     };
-    // Where a run stands after `passes` passes with `failures` failed ones and `elapsed` time.
+    // Where a run stands after `passes` passes with `failures` failed ones and `elapsed` time:
+    // done when any condition is met, the percentage that of the condition nearest its end.
     Progress progressAfter(unsigned passes, unsigned failures, ProfileClock::Micros elapsed) const;
 
     // The settings as an embedded instance of the class, for the record of the run.
