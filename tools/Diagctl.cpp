@@ -10,6 +10,7 @@
 #include "tools/DiagnosticDemo.h"
 #include "tools/DiagnosticRun.h"
 #include "tools/OutputFormatter.h"
+#include "tools/ProfileRun.h"
 
 #include <algorithm>
 #include <csignal>
@@ -225,6 +226,17 @@ int Diagctl::runDiagnostic(diaghost::Host& host) {
         err_ << "diagctl: " << diaghost::rcName(CMPI_RC_ERR_INVALID_PARAMETER) << ": " << e.what()
              << "\n";
         return exitFailed;
+    }
+    if (options_.profile) {
+        ProfileRun run(host, service, element, options_.loops, out_);
+        if (!run.carriedOut()) {
+            err_ << "diagctl: " << diaghost::rcName(run.status().rc) << ": "
+                 << (run.status().hasMessage ? run.status().message : "(no message)") << "\n";
+            return exitFailed;
+        }
+        OutputFormatter format(host, styleOf(options_), out_);
+        format.methodOutcome(run.returnValue(), run.record());
+        return 0;
     }
     DiagnosticRun run(host, service, element, options_.nameSpace);
     if (!run.carriedOut()) {

@@ -37,6 +37,8 @@ void DiagctlOptions::usage(std::ostream& out) {
            "  assoc PATH [--assoc-class C] [--result-class C] [--role R] [--result-role R]\n"
            "             [--names]          the associators of an instance\n"
            "  run SERVICE_PATH ELEMENT_PATH RunDiagnostic of a service on an element\n"
+           "      [--profile [--loops N]]   or RunDiagnosticService as a job, its progress\n"
+           "                                shown until it ends, N passes of the test\n"
            "  demo                          every service on every element it can test\n"
            "  serve [--listen ADDR:PORT] [--threads N] [--access-log FILE|-]\n"
            "        [--idle-timeout SECONDS] [--cert FILE --key FILE]\n"
@@ -66,6 +68,7 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
     bool sawFilter = false;
     bool sawNames = false;
     bool sawServe = false;
+    bool sawProfile = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto value = [&]() -> std::string {
@@ -80,6 +83,15 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             o.json = true;
         } else if (a == "--verbose" || a == "-v") {
             o.verbose = true;
+        } else if (a == "--profile") {
+            o.profile = sawProfile = true;
+        } else if (a == "--loops") {
+            const std::string t = value();
+            char* end = nullptr;
+            unsigned long n = std::strtoul(t.c_str(), &end, 10);
+            if (t.empty() || *end != '\0' || n == 0 || n > 1000000)
+                throw UsageError("--loops takes a number from 1 to 1000000");
+            o.loops = static_cast<unsigned>(n), sawProfile = true;
         } else if (a == "--names") {
             o.names = sawNames = true;
         } else if (a == "--dialect") {
@@ -152,6 +164,10 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
     if (sawServe && shape.command != Command::Serve)
         throw UsageError("--listen, --threads, --access-log, --idle-timeout, --cert, --key, "
                          "--password-file and --unauthenticated-remote apply to serve only");
+    if (sawProfile && shape.command != Command::Run)
+        throw UsageError("--profile and --loops apply to run only");
+    if (o.loops != 0 && !o.profile)
+        throw UsageError("--loops needs --profile");
     if (o.certificateFile.empty() != o.keyFile.empty())
         throw UsageError("--cert and --key go together");
     if (sawNames && !shape.names)

@@ -31,6 +31,11 @@ struct DiagctlOptions {
     std::string role;
     std::string resultRole;
 
+    // run: RunDiagnosticService as a job, followed until it ends; loops: passes it is to make
+    // (0: one).
+    bool profile = false;
+    unsigned loops = 0;
+
     bool json = false;
     bool verbose = false;
     diaghost::PathDialect dialect = diaghost::PathDialect::Pegasus;

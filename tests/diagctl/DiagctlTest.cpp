@@ -155,6 +155,17 @@ TEST_F(DiagctlTest, RunPrintsTheReturnValueAndThePublishedRecord) {
     EXPECT_TRUE(has(foreign.out, "\"ErrorCode\": [\"NET_NOT_PUBLISHED\"]")) << foreign.out;
 }
 
+TEST_F(DiagctlTest, RunWithTheProfileFollowsTheJobAndPrintsItsCompletionRecord) {
+    const std::string service = servicePath("ZORQ_NetDiagService", "NetworkPortLink");
+    ASSERT_FALSE(service.empty());
+    const Outcome run = diagctl({"run", "--profile", "--loops", "3", service, portPath("eth0")});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(has(run.out, ": Completed 100%\nReturnValue = 4096;\n")) << run.out;
+    EXPECT_TRUE(has(run.out, "instance of ZORQ_NetDiagCompletionRecord {")) << run.out;
+    EXPECT_TRUE(has(run.out, "LoopsPassed = 3;")) << run.out;
+    EXPECT_TRUE(has(run.out, "CompletionState = 2;")) << run.out;
+}
+
 TEST_F(DiagctlTest, AssocFiltersByAssociationClassAndRole) {
     const std::string eth0 = portPath("eth0");
     const Outcome both =
@@ -198,7 +209,10 @@ TEST_F(DiagctlTest, BadArgumentsPrintUsage) {
                                                  {"classes", "--mof"},
                                                  {"serve", "--cert", "c.pem"},
                                                  {"classes", "--password-file", "f"},
-                                                 {"passwd", "f"}}) {
+                                                 {"passwd", "f"},
+                                                 {"enum", "X", "--profile"},
+                                                 {"run", "a", "b", "--loops", "3"},
+                                                 {"run", "a", "b", "--profile", "--loops", "0"}}) {
         const Outcome o = diagctl(args);
         EXPECT_EQ(o.exitCode, 2) << testing::PrintToString(args);
         EXPECT_TRUE(has(o.err, "usage: diagctl")) << testing::PrintToString(args);
