@@ -151,12 +151,21 @@ private:
         CMPIAssociationMI* core = coreAssociation_.load();
         return core->ft->cleanup(core, ctx, t);
     }
-    // The layer's associations first, then the core's, which ends the result.
+    // The layer's associations first, then the core's, which ends the result. Where the core
+    // serves no such operation (References and ReferenceNames), the layer's answer is the answer.
     template <class Core>
     static CMPIStatus both(const CMPIContext* ctx, const CMPIResult* rslt, const CMPIObjectPath* op,
                            ProfileModule::Walk walk, Core core) noexcept {
         CMPIStatus s = layer(ctx, op, [&] { return module().associations(broker(), rslt, walk); });
-        return s.rc != CMPI_RC_OK ? s : core();
+        if (s.rc != CMPI_RC_OK)
+            return s;
+        s = core();
+        if (s.rc == CMPI_RC_ERR_NOT_SUPPORTED && walk.references) {
+            if (rslt != nullptr && rslt->ft != nullptr)
+                rslt->ft->returnDone(rslt);
+            return status(CMPI_RC_OK);
+        }
+        return s;
     }
     static CMPIStatus associators(CMPIAssociationMI*, const CMPIContext* ctx,
                                   const CMPIResult* rslt, const CMPIObjectPath* op,

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Drives `diagctl serve` with wbemcli: ecn, gc, ein, ei, gi, ain, ai, rin, ri, and cm RunDiagnostic
+# Drives `diagctl serve` with wbemcli: ecn, gc, ein, ei, gi, ain, ai, rin, ri, cm RunDiagnostic
 # of every shipped service on every element it is available to; the records then appear in ei.
 # Every answer is compared with diagctl's own on the same classes. Usage: $0 PATH_TO_DIAGCTL
 set -u
@@ -72,10 +72,11 @@ for cls in ZORQ_ComputerSystem ZORQ_LocalFileSystem ZORQ_NetworkPort ZORQ_FSDiag
   wbemcli gi "http://$first" | grep -q "^127.0.0.1:$port/root/cimv2:$cls\." || fail "gi $cls"
 done
 
-# References are not served by the diagnostic providers: both say so with CIM error 7.
+# The core serves no References; the profile layer's are the answer: a service conforms to the
+# Diagnostics profile.
 service="$(wbemcli ein "$url:ZORQ_FSDiagService" | head -1)"
-wbemcli rin "http://$service" 2>&1 | grep -q "CIM_ERR_NOT_SUPPORTED" || fail "rin"
-wbemcli ri "http://$service" 2>&1 | grep -q "CIM_ERR_NOT_SUPPORTED" || fail "ri"
+wbemcli rin "http://$service" 2>&1 | grep -q "ZORQ_FSElementConformsToProfile" || fail "rin"
+wbemcli ri "http://$service" 2>&1 | grep -q "ConformantStandard=" || fail "ri"
 
 # Every service on every element it is available to, as its associations say.
 runs=0
@@ -105,6 +106,25 @@ for family in FS Net; do
   runs=$((runs + family_runs))
 done
 [ "$runs" -gt 0 ] || fail "no run was made"
+
+# RunDiagnosticService: a job per run, completed, with its completion record; a stop request for
+# an ended job (a uint16 argument) is answered 4097.
+service="$(wbemcli ein "$url:ZORQ_NetDiagService" | head -1)"
+element="$(wbemcli ain -ac ZORQ_NetAvailableDiagService "http://$service" |
+  sed -n 's|.*UserOfService=.*root/cimv2:\{0,1\}\(ZORQ_[A-Za-z]*\.[^ ]*\)$|\1|p' | head -1)"
+out="$(wbemcli cm "http://$service" "RunDiagnosticService.ManagedElement=$element" 2>&1)"
+echo "$out" | grep -q "RunDiagnosticService: 4096" || fail "cm RunDiagnosticService: $out"
+job="$(echo "$out" | sed -n 's|.*Job (reference): [^:]*:\(ZORQ_NetDiagJob\.InstanceID="[^"]*"\).*|\1|p' | head -1)"
+[ -n "$job" ] || fail "RunDiagnosticService named no job: $out"
+for _ in $(seq 50); do
+  wbemcli ei "$url:ZORQ_NetDiagJob" | grep -q "JobState=7" && break
+  sleep 0.1
+done
+wbemcli ei "$url:ZORQ_NetDiagJob" | grep -q "JobState=7" || fail "the job did not complete"
+wbemcli ei "$url:ZORQ_NetDiagCompletionRecord" | grep -q "CompletionState=" ||
+  fail "no completion record"
+out="$(wbemcli cm "http://127.0.0.1:$port/root/cimv2:$job" "RequestStateChange.RequestedState=5" 2>&1)"
+echo "$out" | grep -q "RequestStateChange: 4097" || fail "cm RequestStateChange: $out"
 
 # A wrong operation answers its CIM error and the server goes on.
 wbemcli ein "$url:ZORQ_NoSuchClass" 2>&1 | grep -q "CIM_ERR_INVALID_CLASS" || fail "unknown class"
