@@ -76,20 +76,7 @@ struct Server {
     }
 
     // The server process's CPU time so far, in microseconds.
-    double cpuMicros() const {
-        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-        std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-        std::istringstream fields(text.substr(text.rfind(')') + 2));
-        std::string field;
-        unsigned long long utime = 0, stime = 0;
-        for (int i = 3; i <= 15 && fields >> field; ++i) {
-            if (i == 14)
-                utime = std::stoull(field);
-            if (i == 15)
-                stime = std::stoull(field);
-        }
-        return static_cast<double>(utime + stime) * 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
-    }
+    double cpuMicros() const { return wbembench::processCpuMicros(pid); }
 
     // Sends one request and reads the whole answer, chunked or not; the body's size.
     std::size_t call(const std::string& method, const std::string& object,

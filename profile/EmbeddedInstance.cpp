@@ -34,18 +34,6 @@ const char* attribute(const XML_Char** attributes, const char* name) {
     return nullptr;
 }
 
-// A name from the text, quoted for a message: at most 64 bytes, cut on a character boundary so
-// that the message stays valid UTF-8.
-std::string quoted(std::string_view text) {
-    constexpr std::size_t most = 64;
-    if (text.size() <= most)
-        return "\"" + std::string(text) + "\"";
-    std::size_t cut = most;
-    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
-        --cut;
-    return "\"" + std::string(text.substr(0, cut)) + "...\"";
-}
-
 } // namespace
 
 // Follows expat's callbacks with a stack of the open elements, each as the kind of element it is,
@@ -84,7 +72,7 @@ struct EmbeddedInstanceReader {
         if (name == nullptr || *name == '\0')
             return fail(std::string("a ") + element + " without a NAME");
         if (result.find(name) != nullptr)
-            return fail("property " + quoted(name) + " is given twice");
+            return fail("property " + EmbeddedInstance::quoted(name) + " is given twice");
         EmbeddedInstance::Property p;
         p.name = name;
         const char* type = attribute(attributes, "TYPE");
@@ -98,7 +86,8 @@ struct EmbeddedInstanceReader {
     // A VALUE, VALUE.ARRAY, VALUE.REFERENCE or VALUE.NULL directly in a property.
     void startPropertyValue(Kind kind) {
         if (valueGiven)
-            return fail("property " + quoted(current().name) + " has more than one value");
+            return fail("property " + EmbeddedInstance::quoted(current().name) +
+                        " has more than one value");
         valueGiven = true;
         if (kind == Kind::Value)
             value.clear();
@@ -117,7 +106,8 @@ struct EmbeddedInstanceReader {
                         std::to_string(EmbeddedInstance::maxDepth));
         if (open.empty()) {
             if (!same(name, "INSTANCE"))
-                return fail("the root element is " + quoted(name) + ", not INSTANCE");
+                return fail("the root element is " + EmbeddedInstance::quoted(name) +
+                            ", not INSTANCE");
             const char* cls = attribute(attributes, "CLASSNAME");
             if (cls == nullptr || *cls == '\0')
                 return fail("the INSTANCE has no CLASSNAME");
@@ -180,7 +170,7 @@ struct EmbeddedInstanceReader {
         case Kind::Skipped:
             break;
         }
-        fail("unexpected element " + quoted(name) + " in " + elementName(parent));
+        fail("unexpected element " + EmbeddedInstance::quoted(name) + " in " + elementName(parent));
     }
 
     static const char* elementName(Kind kind) {
@@ -280,6 +270,16 @@ EmbeddedInstance EmbeddedInstance::parse(std::string_view text) {
             std::to_string(XML_GetCurrentLineNumber(parser.get())) + ", column " +
             std::to_string(XML_GetCurrentColumnNumber(parser.get()) + 1) + ")");
     return std::move(reader.result);
+}
+
+std::string EmbeddedInstance::quoted(std::string_view text) {
+    constexpr std::size_t most = 64;
+    if (text.size() <= most)
+        return "\"" + std::string(text) + "\"";
+    std::size_t cut = most;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
+        --cut;
+    return "\"" + std::string(text.substr(0, cut)) + "...\"";
 }
 
 const EmbeddedInstance::Property* EmbeddedInstance::find(std::string_view name) const {

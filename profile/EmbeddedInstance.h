@@ -46,6 +46,10 @@ public:
 
     const std::string& className() const { return className_; }
     const std::vector<Property>& properties() const { return properties_; }
+    // A text from an instance, quoted for a message: at most 64 bytes, cut on a character
+    // boundary so that the message stays valid UTF-8.
+    static std::string quoted(std::string_view text);
+
     // The property of that name in any letter case; null when absent.
     const Property* find(std::string_view name) const;
 

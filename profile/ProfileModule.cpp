@@ -69,6 +69,19 @@ void deliver(const CMPIBroker* broker, const CMPIResult* result, const CimObject
         result->ft->returnInstance(result, inst);
 }
 
+// Runs an answer of the layer, turning whatever it throws into CMPI_RC_ERR_FAILED: no exception
+// reaches the object manager.
+template <class Body>
+CMPIStatus answered(const CMPIBroker* broker, Body&& body) noexcept {
+    try {
+        return body();
+    } catch (const std::exception& e) {
+        return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED, e.what());
+    } catch (...) {
+        return CmpiBoundary::status(CMPI_RC_ERR_FAILED);
+    }
+}
+
 } // namespace
 
 ProfileModule& ProfileModule::current() {
@@ -216,22 +229,18 @@ std::vector<CimObject> ProfileModule::objects(const std::string& className) {
 
 CMPIStatus ProfileModule::enumerate(const CMPIBroker* broker, const CMPIResult* result,
                                     const CMPIObjectPath* op, bool names) noexcept {
-    try {
+    return answered(broker, [&] {
         const std::string ns = nameSpaceOf(op);
         for (const CimObject& object : objects(CMPIUtil::GetClassName(op)))
             deliver(broker, result, object, ns, names);
         CmpiBoundary::returnDone(result);
         return CmpiBoundary::status(CMPI_RC_OK);
-    } catch (const std::exception& e) {
-        return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED, e.what());
-    } catch (...) {
-        return CmpiBoundary::status(CMPI_RC_ERR_FAILED);
-    }
+    });
 }
 
 CMPIStatus ProfileModule::get(const CMPIBroker* broker, const CMPIResult* result,
                               const CMPIObjectPath* op) noexcept {
-    try {
+    return answered(broker, [&] {
         const ObjectName wanted = ObjectName::fromPath(op);
         for (const CimObject& object : objects(wanted.className))
             if (object.name().matches(wanted)) {
@@ -241,16 +250,12 @@ CMPIStatus ProfileModule::get(const CMPIBroker* broker, const CMPIResult* result
             }
         return CmpiBoundary::status(broker, CMPI_RC_ERR_NOT_FOUND,
                                     ("no " + wanted.text() + " (any more)").c_str());
-    } catch (const std::exception& e) {
-        return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED, e.what());
-    } catch (...) {
-        return CmpiBoundary::status(CMPI_RC_ERR_FAILED);
-    }
+    });
 }
 
 CMPIStatus ProfileModule::associations(const CMPIBroker* broker, const CMPIResult* result,
                                        const Walk& walk) noexcept {
-    try {
+    return answered(broker, [&] {
         if (!configured_.load())
             return CmpiBoundary::status(CMPI_RC_OK);
         const ObjectName source = ObjectName::fromPath(walk.source);
@@ -282,11 +287,7 @@ CMPIStatus ProfileModule::associations(const CMPIBroker* broker, const CMPIResul
             }
         }
         return CmpiBoundary::status(CMPI_RC_OK);
-    } catch (const std::exception& e) {
-        return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED, e.what());
-    } catch (...) {
-        return CmpiBoundary::status(CMPI_RC_ERR_FAILED);
-    }
+    });
 }
 
 void ProfileModule::deliverEnd(const CMPIBroker* broker, const CMPIResult* result,
@@ -316,7 +317,7 @@ void ProfileModule::deliverEnd(const CMPIBroker* broker, const CMPIResult* resul
 CMPIStatus ProfileModule::invoke(const CMPIBroker* broker, const CMPIResult* result,
                                  const CMPIObjectPath* op, const char* method, const CMPIArgs* in,
                                  CMPIArgs* out) noexcept {
-    try {
+    return answered(broker, [&] {
         const ObjectName target = ObjectName::fromPath(op);
         std::uint32_t returned = 0;
         if (sameName(target.className, classes_.log)) {
@@ -361,11 +362,7 @@ CMPIStatus ProfileModule::invoke(const CMPIBroker* broker, const CMPIResult* res
         CmpiBoundary::returnUint32(result, returned);
         CmpiBoundary::returnDone(result);
         return CmpiBoundary::status(CMPI_RC_OK);
-    } catch (const std::exception& e) {
-        return CmpiBoundary::status(broker, CMPI_RC_ERR_FAILED, e.what());
-    } catch (...) {
-        return CmpiBoundary::status(CMPI_RC_ERR_FAILED);
-    }
+    });
 }
 
 bool ProfileModule::availableTo(const CMPIBroker* broker, ProfileDiagService& service,

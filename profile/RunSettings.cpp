@@ -27,18 +27,6 @@ bool sameName(std::string_view a, std::string_view b) {
                                               [](char x, char y) { return lower(x) == lower(y); });
 }
 
-// A value from the text, quoted for a message: at most 64 bytes, cut on a character boundary so
-// that the message stays valid UTF-8.
-std::string quoted(std::string_view text) {
-    constexpr std::size_t most = 64;
-    if (text.size() <= most)
-        return "\"" + std::string(text) + "\"";
-    std::size_t cut = most;
-    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
-        --cut;
-    return "\"" + std::string(text.substr(0, cut)) + "...\"";
-}
-
 // A number or boolean reads with the XML white space around it dropped.
 std::string_view trimmed(std::string_view text) {
     const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
@@ -55,12 +43,13 @@ std::uint64_t unsignedValue(const std::string& property, const std::string& text
     const std::string_view digits = trimmed(text);
     if (digits.empty() ||
         !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
-        refuse(property, "is not an unsigned number: " + quoted(text));
+        refuse(property, "is not an unsigned number: " + EmbeddedInstance::quoted(text));
     std::uint64_t value = 0;
     for (char c : digits) {
         value = value * 10 + static_cast<std::uint64_t>(c - '0');
         if (value > max)
-            refuse(property, "is out of range (0 to " + std::to_string(max) + "): " + quoted(text));
+            refuse(property, "is out of range (0 to " + std::to_string(max) +
+                                 "): " + EmbeddedInstance::quoted(text));
     }
     return value;
 }
@@ -71,7 +60,7 @@ bool booleanValue(const std::string& property, const std::string& text) {
         return true;
     if (sameName(word, "false"))
         return false;
-    refuse(property, "is not TRUE or FALSE: " + quoted(text));
+    refuse(property, "is not TRUE or FALSE: " + EmbeddedInstance::quoted(text));
 }
 
 // The one value of a scalar property; null when the property is absent or null.
@@ -114,7 +103,8 @@ EmbeddedInstance instanceOf(const std::string& text, const char* argument,
         if (!accepted.empty() && sameName(instance.className(), accepted))
             return instance;
     throw SettingsError(std::string(argument) + " is an instance of " +
-                        quoted(instance.className()) + ", not of " + classList(classes));
+                        EmbeddedInstance::quoted(instance.className()) + ", not of " +
+                        classList(classes));
 }
 
 void readLoops(RunSettings& s, const EmbeddedInstance& in) {
@@ -194,8 +184,8 @@ void readJob(RunSettings& s, const EmbeddedInstance& in) {
         const std::optional<ProfileClock::Micros> interval =
             ProfileClock::parseInterval(std::string(trimmed(*v)));
         if (!interval)
-            refuse("TimeBeforeRemoval",
-                   "is not a CIM interval (ddddddddhhmmss.mmmmmm:000): " + quoted(*v));
+            refuse("TimeBeforeRemoval", "is not a CIM interval (ddddddddhhmmss.mmmmmm:000): " +
+                                            EmbeddedInstance::quoted(*v));
         s.timeBeforeRemoval = *interval;
     }
 }

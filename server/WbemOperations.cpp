@@ -71,29 +71,6 @@ std::optional<std::vector<std::string>> propertyList(const CimRequest& request) 
     throw Refusal{cimInvalidParameter, "PropertyList must be an array of property names"};
 }
 
-// How a parameter's VALUE text reads for its declared type: CIM-XML writes numbers and booleans
-// as bare text, which the MOF literal reader takes as integer, real or boolean literals.
-diaghost::LiteralKind literalKind(CMPIType declared) {
-    switch (declared & ~CMPI_ARRAY) {
-    case CMPI_boolean:
-        return diaghost::LiteralKind::Boolean;
-    case CMPI_real32:
-    case CMPI_real64:
-        return diaghost::LiteralKind::Real;
-    case CMPI_uint8:
-    case CMPI_uint16:
-    case CMPI_uint32:
-    case CMPI_uint64:
-    case CMPI_sint8:
-    case CMPI_sint16:
-    case CMPI_sint32:
-    case CMPI_sint64:
-        return diaghost::LiteralKind::Integer;
-    default:
-        return diaghost::LiteralKind::String;
-    }
-}
-
 } // namespace
 
 WbemOperations::WbemOperations(Host& host, std::string hostName)
@@ -470,12 +447,13 @@ WbemOperations::Outcome WbemOperations::extrinsic(const CimRequest& request, Cim
                 data.state = CMPI_nullValue;
                 break;
             case Value::Kind::Text:
-                data = diaghost::CimValueCodec::fromLiteral(broker, literalKind(declared->type),
-                                                            value.text, declared->type, ns);
+                data = diaghost::CimValueCodec::fromLiteral(
+                    broker, diaghost::CimValueCodec::literalKindFor(declared->type), value.text,
+                    declared->type, ns);
                 break;
             case Value::Kind::TextArray: {
                 diaghost::MofValue array;
-                array.kind = literalKind(declared->type);
+                array.kind = diaghost::CimValueCodec::literalKindFor(declared->type);
                 array.array = true;
                 array.elements = value.texts;
                 data = diaghost::CimValueCodec::fromMof(broker, array, declared->type, ns);

@@ -109,6 +109,27 @@ void check(const CMPIStatus& st, const char* what) {
 
 } // namespace
 
+LiteralKind CimValueCodec::literalKindFor(CMPIType type) {
+    switch (type & ~CMPI_ARRAY) {
+    case CMPI_boolean:
+        return LiteralKind::Boolean;
+    case CMPI_real32:
+    case CMPI_real64:
+        return LiteralKind::Real;
+    case CMPI_uint8:
+    case CMPI_uint16:
+    case CMPI_uint32:
+    case CMPI_uint64:
+    case CMPI_sint8:
+    case CMPI_sint16:
+    case CMPI_sint32:
+    case CMPI_sint64:
+        return LiteralKind::Integer;
+    default:
+        return LiteralKind::String;
+    }
+}
+
 CMPIData CimValueCodec::fromLiteral(Broker& broker, Kind kind, const std::string& text,
                                     CimTypeCode type, const std::string& ns) {
     CMPIData d{};

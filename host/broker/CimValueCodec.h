@@ -24,6 +24,10 @@ public:
         using std::runtime_error::runtime_error;
     };
 
+    // The kind of literal the bare text of a value of `type` reads as (CIM-XML writes numbers
+    // and booleans unquoted): Integer, Real, Boolean, else String. Arrays by their element type.
+    static LiteralKind literalKindFor(CMPIType type);
+
     // A scalar literal as a value of `type` (no array flag). Strings, datetimes and paths are made
     // through the broker and belong to the calling thread's current scope. A Reference literal,
     // or a String literal for a REF type, is parsed as object path text; a path without a

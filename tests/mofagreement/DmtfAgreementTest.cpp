@@ -228,9 +228,9 @@ TEST_F(DmtfAgreementTest, DeclaredMethodsHaveTheSchemasSignatures) {
 }
 
 TEST_F(DmtfAgreementTest, QualifierDeclarationsMatchTheSchemasDeclarations) {
-    const char* const used[] = {"Abstract", "Association", "EmbeddedInstance", "EmbeddedObject",
-                                "Exception", "In",         "Indication",       "Key",
-                                "Out",       "Override",   "Required",         "Write"};
+    const char* const used[] = {"Abstract",  "Association", "EmbeddedInstance", "EmbeddedObject",
+                                "Exception", "In",          "Indication",       "Key",
+                                "Out",       "Override",    "Required",         "Write"};
     for (const char* name : used) {
         const CimQualifierDecl* a = ours->findQualifier(kCimv2, name);
         const CimQualifierDecl* b = dmtf->findQualifier(kCimv2, name);
