@@ -403,6 +403,11 @@ void ProfileModule::release(const ObjectName& element, bool exclusive) {
         }
 }
 
+std::size_t ProfileModule::running() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return workers_.size();
+}
+
 void ProfileModule::joinFinished() {
     std::list<Worker> finished;
     {
@@ -454,7 +459,7 @@ CMPIStatus ProfileModule::runService(ProfileDiagService& service, const CMPIBrok
     }
     if (plan.settings.nonDestructive && service.traits().destructive)
         return answer(5);
-    if (!service.records().hasRoom())
+    if (!service.records().hasRoom() || running() >= maxRunning)
         return answer(6);
     const bool exclusive = service.traits().exclusive;
     if (!reserve(plan.element, exclusive))

@@ -74,6 +74,10 @@ public:
                           const CMPIContext* context, const CMPIResult* result,
                           const CMPIObjectPath* servicePath, const CMPIArgs* in, CMPIArgs* out);
 
+    // Runs going at once in one module, each on a thread of its own; a run asked for beyond
+    // them is answered Busy, so that no client can make the process grow without bound.
+    static constexpr std::size_t maxRunning = 32;
+
     // Asks every run to stop (Kill) and waits for their workers.
     void shutdown() noexcept;
 
@@ -97,6 +101,7 @@ private:
     void deliverEnd(const CMPIBroker* broker, const CMPIResult* result, const ObjectName& end,
                     const std::string& ns, bool names);
     void joinFinished();
+    std::size_t running() const;
     // Whether the core's availability associations of the family offer the service to the
     // element.
     bool availableTo(const CMPIBroker* broker, ProfileDiagService& service,

@@ -147,15 +147,17 @@ void ServiceRun::operator()() noexcept {
     } catch (...) {
         // The job still ends; only its records are missing.
     }
-    plan_.job->finished(error);
-    if (attached)
-        broker->bft->detachThread(broker, plan_.context);
+    // The element and the run's place are given back before the job shows it has ended, so
+    // that a client who sees the end can run again at once.
     if (plan_.done) {
         try {
             plan_.done();
         } catch (...) {
         }
     }
+    plan_.job->finished(error);
+    if (attached)
+        broker->bft->detachThread(broker, plan_.context);
 }
 
 } // namespace NQORVA20::profile

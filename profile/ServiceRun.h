@@ -32,7 +32,8 @@ public:
         const CMPIBroker* broker = nullptr;
         // The context prepareAttachThread made for this thread; null when the broker made none.
         CMPIContext* context = nullptr;
-        // Called last on the worker thread, whatever happened.
+        // Called on the worker thread once the run is over, whatever happened, just before the
+        // job ends.
         std::function<void()> done;
     };
 

@@ -244,6 +244,28 @@ TEST_F(ProfileServiceTest, AnExclusiveTestKeepsItsElementBusy) {
     waitForEnd(after.job);
 }
 
+TEST_F(ProfileServiceTest, RunsBeyondTheModulesLimitAreBusyUntilOthersEnd) {
+    const std::string forever =
+        "<INSTANCE CLASSNAME=\"PT_Setting\"><PROPERTY.ARRAY NAME=\"LoopControl\" TYPE=\"uint16\">"
+        "<VALUE.ARRAY><VALUE>2</VALUE></VALUE.ARRAY></PROPERTY.ARRAY></INSTANCE>";
+    std::vector<Started> runs;
+    for (int i = 0; i < 32; ++i) {
+        runs.push_back(run("Plain", "slow", &forever));
+        ASSERT_EQ(4096u, runs.back().value) << i;
+    }
+    EXPECT_EQ(6u, run("Plain", "pass").value);
+    CMPIData kill{};
+    kill.type = CMPI_uint16;
+    kill.value.uint16 = 5;
+    for (const Started& s : runs)
+        host.invokeMethod(s.job, "RequestStateChange", {{"RequestedState", kill}});
+    for (const Started& s : runs)
+        EXPECT_EQ("9", waitForEnd(s.job));
+    Started after = run("Plain", "pass");
+    EXPECT_EQ(4096u, after.value);
+    waitForEnd(after.job);
+}
+
 TEST_F(ProfileServiceTest, ALogThatNeverOverwritesRefusesRunsOnceFullUntilCleared) {
     std::vector<Started> runs;
     for (int i = 0; i < 2; ++i) {
