@@ -47,6 +47,7 @@ void DiagJob::finished(const std::string& errorDescription) {
     if (startTime_ == 0)
         startTime_ = clock_.now();
     endTime_ = lastChange_ = clock_.now();
+    endChanged_.notify_all();
 }
 
 void DiagJob::setRecord(std::string recordId) {
@@ -79,6 +80,11 @@ DiagJob::State DiagJob::state() const {
 bool DiagJob::ended() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return isEnd(state_);
+}
+
+bool DiagJob::waitForEnd(std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return endChanged_.wait_for(lock, timeout, [this] { return isEnd(state_); });
 }
 
 std::string DiagJob::errorDescription() const {

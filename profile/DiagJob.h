@@ -10,6 +10,8 @@
 #include "profile/ProfileClock.h"
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -63,6 +65,8 @@ public:
 
     State state() const;
     bool ended() const;
+    // Waits, in real time, at most `timeout` for the run to end; whether it has.
+    bool waitForEnd(std::chrono::milliseconds timeout) const;
     std::string errorDescription() const;
     std::string record() const;
     // Whether the job is due for removal: ended, to be deleted on completion, and its time
@@ -80,6 +84,7 @@ private:
     const ProfileClock& clock_;
     std::atomic<Stop> stop_{Stop::None};
     mutable std::mutex mutex_;
+    mutable std::condition_variable endChanged_;
     State state_ = State::New;
     unsigned percent_ = 0;
     ProfileClock::Micros submitted_;

@@ -36,6 +36,23 @@ std::string ProfileDiagService::logInstanceId() const {
     return logInstanceId_;
 }
 
+void ProfileDiagService::describeCapabilities(InstanceImpl& capabilities) const {
+    // SupportedServiceModes: 2 PercentOfTestCoverage, 3 QuickMode, 4 HaltOnError,
+    // 5 ResultPersistence, 7 NonDestructive.
+    capabilities["SupportedServiceModes"] = traits_.destructive ? "2,3,4,5" : "2,3,4,5,7";
+    // SupportedLoopControl: 2 Continuous, 3 Count, 4 Timer, 5 ErrorCount.
+    capabilities["SupportedLoopControl"] = "2,3,4,5";
+    // SupportedExecutionControls: 3 Kill Job, 5 Terminate Job.
+    capabilities["SupportedExecutionControls"] = "3,5";
+    // SupportedLogStorage: 2 DiagnosticLog.
+    capabilities["SupportedLogStorage"] = "2";
+    // None of these is "Other", so no entry has a description.
+    for (const char* other :
+         {"OtherSupportedServiceModesDescriptions", "OtherSupportedLoopControlDescriptions",
+          "OtherSupportedExecutionControlsDescriptions", "OtherSupportedLogStorageDescriptions"})
+        capabilities[other] = "";
+}
+
 CMPIStatus ProfileDiagService::invokeMethod(const CMPIBroker* broker, const CMPIContext* context,
                                             const CMPIResult* result,
                                             const CMPIObjectPath* objectPath,

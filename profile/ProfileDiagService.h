@@ -9,6 +9,7 @@
 #include "diag/DiagService.h"
 #include "profile/RecordLog.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -29,6 +30,9 @@ public:
         bool logWraps = true;
         // How long a run's records are kept when the client's settings do not say (seconds).
         std::uint32_t resultPersistence = 7 * 24 * 3600;
+        // How long RunDiagnosticService waits for a run to end before it answers: a run that
+        // completes by then answers 0, any other 4096 (the job goes on).
+        std::chrono::milliseconds completionWait{20};
     };
 
     ProfileDiagService(std::string className, std::string recordClassName, std::string auxText,
@@ -45,6 +49,10 @@ public:
     RecordLog& records() { return *records_; }
     // The service's "Name", read without inserting anything (safe beside running tests).
     std::string serviceName();
+    // Sets what the layer supports for this service on its CIM_DiagnosticServiceCapabilities
+    // instance before the provider publishes it: the service modes (NonDestructive only for a
+    // test that is not destructive), the loop controls, Kill and Terminate, and the log storage.
+    void describeCapabilities(InstanceImpl& capabilities) const;
     // The InstanceID of the service's CIM_DiagnosticLog, which the provider publishes; the
     // layer's records are that log's. Empty until set.
     void setLogInstanceId(std::string id);

@@ -5,6 +5,7 @@
 #include "common/Constants.h"
 #include "instance/CMPIUtil.h"
 #include "instance/InstanceRegistry.h"
+#include "profile/EmbeddedInstance.h"
 #include "profile/EmbeddedInstanceWriter.h"
 #include "profile/ProfileDiagService.h"
 #include "profile/RecordFields.h"
@@ -82,6 +83,15 @@ CMPIStatus answered(const CMPIBroker* broker, Body&& body) noexcept {
     }
 }
 
+// Tells the administrator why a run was refused: the method's return value cannot say.
+void logRefusal(const CMPIBroker* broker, ProfileDiagService& service, const std::string& why) {
+    if (!CmpiBoundary::brokerUsable(broker) || broker->eft->logMessage == nullptr)
+        return;
+    const std::string text =
+        "RunDiagnosticService of " + service.serviceName() + " refused: " + why;
+    broker->eft->logMessage(broker, CMPI_SEV_INFO, "diagprofile", text.c_str(), nullptr);
+}
+
 } // namespace
 
 ProfileModule& ProfileModule::current() {
@@ -128,6 +138,38 @@ bool ProfileModule::serves(const CMPIObjectPath* op) const {
         if (!served.empty() && sameName(className, served))
             return true;
     return false;
+}
+
+bool ProfileModule::completesLog(const CMPIObjectPath* op) const {
+    return configured_.load() && !classes_.log.empty() &&
+           sameName(CMPIUtil::GetClassName(op), classes_.log);
+}
+
+void ProfileModule::completeLog(CMPIInstance* log) noexcept {
+    try {
+        if (!CmpiBoundary::usable(log))
+            return;
+        const CMPIData id = log->ft->getProperty(log, "InstanceID", nullptr);
+        if (id.type != CMPI_string || (id.state & CMPI_nullValue))
+            return;
+        const std::string instanceId = CmpiBoundary::text(id.value.string);
+        for (ProfileDiagService* service : services()) {
+            if (service->logInstanceId() != instanceId)
+                continue;
+            RecordLog& records = service->records();
+            CMPIValue value;
+            value.uint64 = records.maxEntries();
+            log->ft->setProperty(log, "MaxNumberOfRecords", &value, CMPI_uint64);
+            value.uint64 = records.size();
+            log->ft->setProperty(log, "CurrentNumberOfRecords", &value, CMPI_uint64);
+            // OverwritePolicy: 2 Wraps When Full, 7 Never Overwrites.
+            value.uint16 = records.policy() == RecordLog::Overwrite::Wraps ? 2 : 7;
+            log->ft->setProperty(log, "OverwritePolicy", &value, CMPI_uint16);
+            return;
+        }
+    } catch (...) {
+        // Out of memory reading the id: the log goes out as the core keeps it.
+    }
 }
 
 bool ProfileModule::handlesMethod(const CMPIObjectPath* op, const char* method) const {
@@ -431,17 +473,23 @@ CMPIStatus ProfileModule::runService(ProfileDiagService& service, const CMPIBrok
         CmpiBoundary::returnDone(result);
         return CmpiBoundary::status(CMPI_RC_OK);
     };
-    // Return values: 0 done, 5 Invalid Parameter, 6 Busy, 4096 the job started.
+    // Return values: 0 completed within the call, 5 Invalid Parameter, 6 Busy, 4096 the job
+    // started.
     joinFinished();
     const CMPIData element =
         CmpiBoundary::usable(in) ? in->ft->getArg(in, "ManagedElement", nullptr) : CMPIData{};
     if (element.type != CMPI_ref || (element.state & CMPI_nullValue) ||
-        element.value.ref == nullptr)
+        element.value.ref == nullptr) {
+        logRefusal(broker, service, "ManagedElement is not a reference");
         return answer(5);
+    }
     ServiceRun::Plan plan;
     plan.element = ObjectName::fromPath(element.value.ref);
-    if (!availableTo(broker, service, plan.element))
+    if (!availableTo(broker, service, plan.element)) {
+        logRefusal(broker, service,
+                   "it is not available to " + EmbeddedInstance::quoted(plan.element.text()));
         return answer(5);
+    }
     auto text = [&](const char* name) -> std::optional<std::string> {
         const CMPIData arg = in->ft->getArg(in, name, nullptr);
         if (arg.type != CMPI_string || (arg.state & CMPI_nullValue))
@@ -454,11 +502,14 @@ CMPIStatus ProfileModule::runService(ProfileDiagService& service, const CMPIBrok
         plan.settings = RunSettings::read(
             diagnostic ? &*diagnostic : nullptr, jobSettings ? &*jobSettings : nullptr,
             {"CIM_DiagnosticSettingData", classes_.setting}, service.traits().resultPersistence);
-    } catch (const SettingsError&) {
+    } catch (const SettingsError& e) {
+        logRefusal(broker, service, e.what());
         return answer(5);
     }
-    if (plan.settings.nonDestructive && service.traits().destructive)
+    if (plan.settings.nonDestructive && service.traits().destructive) {
+        logRefusal(broker, service, "its test is destructive and NonDestructive was asked for");
         return answer(5);
+    }
     if (!service.records().hasRoom() || running() >= maxRunning)
         return answer(6);
     const bool exclusive = service.traits().exclusive;
@@ -501,7 +552,11 @@ CMPIStatus ProfileModule::runService(ProfileDiagService& service, const CMPIBrok
         if (value.ref != nullptr)
             out->ft->addArg(out, "Job", &value, CMPI_ref);
     }
-    return answer(4096);
+    // A quick test answers as done; its job stays for the client to read like any other.
+    const auto wait = service.traits().completionWait;
+    const bool completed =
+        wait.count() > 0 && job->waitForEnd(wait) && job->state() == DiagJob::State::Completed;
+    return answer(completed ? 0 : 4096);
 }
 
 void ProfileModule::shutdown() noexcept {

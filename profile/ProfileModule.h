@@ -44,6 +44,13 @@ public:
     // ClearLog of a service's log.
     bool handlesMethod(const CMPIObjectPath* op, const char* method) const;
 
+    // Whether the path names the family's log class, whose instances the core serves and the
+    // layer completes with the figures of the service's record log.
+    bool completesLog(const CMPIObjectPath* op) const;
+    // Sets MaxNumberOfRecords, OverwritePolicy and CurrentNumberOfRecords on the log instance of
+    // one of the module's services as its record log is now; leaves any other instance alone.
+    void completeLog(CMPIInstance* log) noexcept;
+
     // The instances (or their paths) of the path's class, as they are now; ends the result.
     CMPIStatus enumerate(const CMPIBroker* broker, const CMPIResult* result,
                          const CMPIObjectPath* op, bool names) noexcept;

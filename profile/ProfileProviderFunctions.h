@@ -7,6 +7,7 @@
 #define DIAGPROFILE_PROFILEPROVIDERFUNCTIONS_H
 
 #include "entry/DiagProviderFunctions.h"
+#include "profile/EditingResult.h"
 #include "profile/ProfileModule.h"
 
 #include <cmpift.h>
@@ -77,6 +78,11 @@ private:
         return s.rc != CMPI_RC_OK ? s : answer();
     }
 
+    static void completeLog(CMPIInstance* log) noexcept { module().completeLog(log); }
+    static const CMPIResult* either(const EditingResult& edited, const CMPIResult* rslt) noexcept {
+        return edited.result() != nullptr ? edited.result() : rslt;
+    }
+
     static CMPIStatus cleanup(CMPIInstanceMI*, const CMPIContext* ctx, CMPIBoolean t) noexcept {
         if (t)
             module().shutdown();
@@ -95,6 +101,10 @@ private:
         if (module().serves(op))
             return layer(ctx, op, [&] { return module().enumerate(broker(), rslt, op, false); });
         CMPIInstanceMI* core = coreInstance_.load();
+        if (module().completesLog(op)) {
+            EditingResult completed(rslt, completeLog);
+            return core->ft->enumerateInstances(core, ctx, either(completed, rslt), op, props);
+        }
         return core->ft->enumerateInstances(core, ctx, rslt, op, props);
     }
     static CMPIStatus getInstance(CMPIInstanceMI*, const CMPIContext* ctx, const CMPIResult* rslt,
@@ -102,6 +112,10 @@ private:
         if (module().serves(op))
             return layer(ctx, op, [&] { return module().get(broker(), rslt, op); });
         CMPIInstanceMI* core = coreInstance_.load();
+        if (module().completesLog(op)) {
+            EditingResult completed(rslt, completeLog);
+            return core->ft->getInstance(core, ctx, either(completed, rslt), op, props);
+        }
         return core->ft->getInstance(core, ctx, rslt, op, props);
     }
     static CMPIStatus createInstance(CMPIInstanceMI*, const CMPIContext* ctx,

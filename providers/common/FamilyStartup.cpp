@@ -58,12 +58,15 @@ void FamilyStartup::publishCompanions(const CMPIBroker* broker, const CMPIContex
     (*capabilities)["InstanceID"] = "ZORQ:" + serviceName + ":Capabilities";
     (*capabilities)["ElementName"] = serviceName + " capabilities";
     (*capabilities)["Caption"] = "Capabilities of " + serviceName;
+    auto* profiled = dynamic_cast<profile::ProfileDiagService*>(&service);
+    if (profiled != nullptr)
+        profiled->describeCapabilities(*capabilities);
     publishCompanion(broker, ctx, std::move(capabilities));
 
     auto log = std::make_unique<DiagnosticLog>(classes_.log, serviceName);
     InstanceImpl& logObject = *log;
     // The profile layer files the records of its runs under this log.
-    if (auto* profiled = dynamic_cast<profile::ProfileDiagService*>(&service))
+    if (profiled != nullptr)
         profiled->setLogInstanceId(logObject.get("InstanceID"));
     if (!publishCompanion(broker, ctx, std::move(log)) || servicePath.empty())
         return; // an association with a dangling end would mislead more than help

@@ -5,6 +5,7 @@
 #include "host/OperationResult.h"
 #include "host/broker/Broker.h"
 #include "host/broker/CallScope.h"
+#include "host/broker/LogSink.h"
 
 #include <cmpift.h>
 
@@ -92,6 +93,16 @@ protected:
         return started;
     }
 
+    // RunDiagnosticService took the run: done within the call (0) or going on as a job (4096).
+    static bool taken(std::uint32_t value) { return value == 0 || value == 4096; }
+
+    std::string logProperty(const std::string& service, const std::string& name) {
+        OperationResult got = host.getInstance("PT_DiagLog.InstanceID=\"PT:" + service + ":Log\"");
+        if (!got.ok() || !got.instance())
+            return "<gone>";
+        return host.propertyText(got.instance(), name).value_or("<null>");
+    }
+
     std::string jobProperty(const std::string& job, const std::string& name) {
         OperationResult got = host.getInstance(job);
         if (!got.ok() || !got.instance())
@@ -113,7 +124,7 @@ protected:
 
 TEST_F(ProfileServiceTest, ARunBecomesAJobThatCompletesWithItsRecordsAndAssociations) {
     Started started = run("Plain", "pass");
-    ASSERT_EQ(4096u, started.value);
+    ASSERT_TRUE(taken(started.value)) << started.value;
     ASSERT_FALSE(started.job.empty());
     EXPECT_EQ("7", waitForEnd(started.job)); // Completed
     EXPECT_EQ("100", jobProperty(started.job, "PercentComplete"));
@@ -158,7 +169,7 @@ TEST_F(ProfileServiceTest, ARunBecomesAJobThatCompletesWithItsRecordsAndAssociat
 
 TEST_F(ProfileServiceTest, FailuresAndExceptionsEndTheirJobsAsSuch) {
     Started failed = run("Plain", "fail");
-    ASSERT_EQ(4096u, failed.value);
+    ASSERT_TRUE(taken(failed.value)) << failed.value;
     EXPECT_EQ("7", waitForEnd(failed.job)); // the test ran: Completed, its record Failed
     Started thrown = run("Plain", "throws");
     EXPECT_EQ("10", waitForEnd(thrown.job)); // Exception
@@ -219,6 +230,13 @@ TEST_F(ProfileServiceTest, RunsThatCannotBeServedAreRefusedWithoutAJob) {
         "TYPE=\"boolean\"><VALUE>TRUE</VALUE></PROPERTY></INSTANCE>";
     EXPECT_EQ(5u, run("Exclusive", "pass", &gentle).value);
     EXPECT_EQ(jobsBefore, host.enumerateInstanceNames("root/cimv2", "PT_Job").paths().size());
+    // Each refusal tells the administrator why.
+    std::string logged;
+    for (const std::string& line : host.log().texts("diagprofile"))
+        logged += line + "\n";
+    for (const char* why : {"not available to \"PT_Element.Name=", "HaltOnError", "PT_Job",
+                            "NonDestructive was asked for"})
+        EXPECT_NE(std::string::npos, logged.find(why)) << why << " in\n" << logged;
 }
 
 TEST_F(ProfileServiceTest, AnExclusiveTestKeepsItsElementBusy) {
@@ -230,9 +248,9 @@ TEST_F(ProfileServiceTest, AnExclusiveTestKeepsItsElementBusy) {
         "<VALUE>TRUE</VALUE></PROPERTY></INSTANCE>";
     Started exclusive = run("Exclusive", "slow", &forever);
     ASSERT_EQ(4096u, exclusive.value);
-    EXPECT_EQ(6u, run("Plain", "slow").value);     // Busy
-    EXPECT_EQ(6u, run("Exclusive", "slow").value); // Busy
-    EXPECT_EQ(4096u, run("Plain", "pass").value);  // another element is free
+    EXPECT_EQ(6u, run("Plain", "slow").value);      // Busy
+    EXPECT_EQ(6u, run("Exclusive", "slow").value);  // Busy
+    EXPECT_TRUE(taken(run("Plain", "pass").value)); // another element is free
     CMPIData kill{};
     kill.type = CMPI_uint16;
     kill.value.uint16 = 5;
@@ -262,25 +280,79 @@ TEST_F(ProfileServiceTest, RunsBeyondTheModulesLimitAreBusyUntilOthersEnd) {
     for (const Started& s : runs)
         EXPECT_EQ("9", waitForEnd(s.job));
     Started after = run("Plain", "pass");
-    EXPECT_EQ(4096u, after.value);
+    EXPECT_TRUE(taken(after.value)) << after.value;
     waitForEnd(after.job);
 }
 
 TEST_F(ProfileServiceTest, ALogThatNeverOverwritesRefusesRunsOnceFullUntilCleared) {
+    EXPECT_EQ("2", logProperty("SmallLog", "MaxNumberOfRecords"));
+    EXPECT_EQ("7", logProperty("SmallLog", "OverwritePolicy")); // Never Overwrites
     std::vector<Started> runs;
     for (int i = 0; i < 2; ++i) {
         runs.push_back(run("SmallLog", "pass"));
-        ASSERT_EQ(4096u, runs.back().value);
+        ASSERT_TRUE(taken(runs.back().value)) << runs.back().value;
         waitForEnd(runs.back().job);
+        EXPECT_EQ(std::to_string(i + 1), logProperty("SmallLog", "CurrentNumberOfRecords"));
     }
     EXPECT_EQ(6u, run("SmallLog", "pass").value); // Busy: the log is full
     OperationResult cleared =
         host.invokeMethod("PT_DiagLog.InstanceID=\"PT:SmallLog:Log\"", "ClearLog");
     ASSERT_TRUE(cleared.ok()) << cleared.status.message;
     EXPECT_EQ(0u, cleared.returnValue().value.uint32);
+    EXPECT_EQ("0", logProperty("SmallLog", "CurrentNumberOfRecords"));
     Started again = run("SmallLog", "pass");
-    EXPECT_EQ(4096u, again.value);
+    EXPECT_TRUE(taken(again.value)) << again.value;
     waitForEnd(again.job);
+
+    // Enumerated, every service's log shows its own figures.
+    OperationResult logs = host.enumerateInstances("root/cimv2", "PT_DiagLog");
+    ASSERT_EQ(3u, logs.instances().size());
+    for (const CMPIInstance* log : logs.instances()) {
+        const bool small = host.propertyText(log, "InstanceID").value_or("") == "PT:SmallLog:Log";
+        EXPECT_EQ(small ? "2" : "1000", host.propertyText(log, "MaxNumberOfRecords").value_or(""));
+        EXPECT_EQ(small ? "7" : "2", host.propertyText(log, "OverwritePolicy").value_or(""));
+        EXPECT_TRUE(host.propertyText(log, "CurrentNumberOfRecords").has_value());
+    }
+}
+
+TEST_F(ProfileServiceTest, AQuickRunAnswersDoneWithItsJobAndASlowOneAJobStarted) {
+    // A run that ends within the call answers 0; its job is there, already Completed.
+    bool done = false;
+    for (int i = 0; i < 5 && !done; ++i) {
+        Started quick = run("Plain", "pass");
+        ASSERT_TRUE(taken(quick.value)) << quick.value;
+        ASSERT_FALSE(quick.job.empty());
+        if (quick.value == 0) {
+            done = true;
+            EXPECT_EQ("7", jobProperty(quick.job, "JobState"));
+        }
+        waitForEnd(quick.job);
+    }
+    EXPECT_TRUE(done);
+    Started slow = run("Plain", "slow");
+    EXPECT_EQ(4096u, slow.value);
+    CMPIData kill{};
+    kill.type = CMPI_uint16;
+    kill.value.uint16 = 5;
+    host.invokeMethod(slow.job, "RequestStateChange", {{"RequestedState", kill}});
+    EXPECT_EQ("9", waitForEnd(slow.job));
+}
+
+TEST_F(ProfileServiceTest, CapabilitiesAdvertiseWhatTheLayerServes) {
+    OperationResult all = host.enumerateInstances("root/cimv2", "PT_Capabilities");
+    ASSERT_EQ(3u, all.instances().size());
+    for (const CMPIInstance* capabilities : all.instances()) {
+        const std::string id = host.propertyText(capabilities, "InstanceID").value_or("");
+        // NonDestructive (7) only where the test is not destructive.
+        EXPECT_EQ(id == "PT:Exclusive:Capabilities" ? "{2, 3, 4, 5}" : "{2, 3, 4, 5, 7}",
+                  host.propertyText(capabilities, "SupportedServiceModes").value_or(""))
+            << id;
+        EXPECT_EQ("{2, 3, 4, 5}",
+                  host.propertyText(capabilities, "SupportedLoopControl").value_or(""));
+        EXPECT_EQ("{3, 5}",
+                  host.propertyText(capabilities, "SupportedExecutionControls").value_or(""));
+        EXPECT_EQ("{2}", host.propertyText(capabilities, "SupportedLogStorage").value_or(""));
+    }
 }
 
 TEST_F(ProfileServiceTest, ConcurrentRunsAndEnumerationsAllComplete) {
@@ -291,7 +363,7 @@ TEST_F(ProfileServiceTest, ConcurrentRunsAndEnumerationsAllComplete) {
             diaghost::CallScope threadScope(host.broker());
             for (int i = 0; i < 5; ++i) {
                 Started s = run("Plain", i % 2 ? "pass" : "fail");
-                if (s.value == 4096 && waitForEnd(s.job) == "7")
+                if (taken(s.value) && waitForEnd(s.job) == "7")
                     ++completed;
                 host.enumerateInstances("root/cimv2", "PT_Job");
                 host.enumerateInstances("root/cimv2", "PT_CompletionRecord");

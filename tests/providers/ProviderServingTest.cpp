@@ -188,7 +188,8 @@ TEST_F(ProviderServingTest, PublishedInstancesCarryTheMofDefaultsTheProvidersLea
     // What both real object managers show for these classes: the initializers of the MOF.
     const std::pair<const char * Family::*, Properties> expected[] = {
         {&Family::service, {{"EnabledDefault", "2"}, {"TransitioningToState", "12"}}},
-        {&Family::log, {{"RequestedState", "12"}, {"LogState", "4"}, {"OverwritePolicy", "0"}}},
+        // (The profile layer sets the log's OverwritePolicy from its record log.)
+        {&Family::log, {{"RequestedState", "12"}, {"LogState", "4"}}},
         {&Family::setting, {{"QueryTimeout", "0"}, {"NonDestructive", "false"}}},
         {&Family::capabilities, {{"SupportedTestWarnings", "3"}}},
     };

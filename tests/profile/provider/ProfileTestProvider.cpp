@@ -3,6 +3,7 @@
 // stopping when asked, "throws" throws. Three services: a plain one, an exclusive and destructive
 // one, and one whose log holds two runs and never overwrites.
 #include "diag/AvailableDiagnosticService.h"
+#include "diag/DiagServiceCapabilitiesData.h"
 #include "instance/InstanceRegistry.h"
 #include "profile/ProfileDiagService.h"
 #include "profile/ProfileProvider.h"
@@ -99,6 +100,10 @@ void startup(const CMPIBroker* broker, const CMPIContext* ctx) {
         auto* log = new Log(name);
         publish(broker, ctx, log);
         service->setLogInstanceId((*log)["InstanceID"]);
+        auto* capabilities = new DiagServiceCapabilitiesData("PT_Capabilities");
+        (*capabilities)["InstanceID"] = std::string("PT:") + name + ":Capabilities";
+        service->describeCapabilities(*capabilities);
+        publish(broker, ctx, capabilities);
         for (Element* element : elements) {
             auto* available = new AvailableDiagnosticService("PT_Available");
             (*available)["ServiceProvided"] = service->getObjectPath();
