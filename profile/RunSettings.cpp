@@ -155,7 +155,9 @@ void readLoops(RunSettings& s, const EmbeddedInstance& in) {
             s.timer = static_cast<ProfileClock::Micros>(positive("a timer")) * ProfileClock::second;
             break;
         case 5:
-            s.errorCount = positive("an error count");
+            // The loop ends when the errors exceed it: 0 is the first error.
+            s.errorCount = static_cast<std::uint32_t>(
+                unsignedValue("LoopControlParameter", parameter, uint32Max));
             break;
         }
     }
@@ -220,7 +222,7 @@ RunSettings::Progress RunSettings::progressAfter(unsigned passes, unsigned failu
     if (timer)
         consider(static_cast<double>(elapsed) / static_cast<double>(*timer));
     if (errorCount)
-        consider(static_cast<double>(failures) / *errorCount);
+        consider(static_cast<double>(failures) / (static_cast<double>(*errorCount) + 1.0));
     return {done ? 100 : std::min(percent, 99u), done};
 }
 

@@ -32,7 +32,8 @@ struct RunSettings {
     bool continuous = false;
     std::optional<std::uint32_t> count;        // passes
     std::optional<ProfileClock::Micros> timer; // since the run began
-    std::optional<std::uint32_t> errorCount;   // failed passes
+    // The loop ends once more passes than this have failed.
+    std::optional<std::uint32_t> errorCount;
 
     bool haltOnError = false;
     bool quickMode = false;

@@ -10,7 +10,9 @@
 
 #include <cmpift.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <exception>
 #include <thread>
 
@@ -27,7 +29,24 @@ std::string field(InstanceImpl& instance, const char* name) {
     return it != instance.end() ? it->second : std::string();
 }
 
+// The count a record gives for its error code; 1 when it gives none that reads.
+unsigned long long countOf(const std::string& text) {
+    char* end = nullptr;
+    const unsigned long long count = std::strtoull(text.c_str(), &end, 10);
+    return text.empty() || end == text.c_str() || *end != '\0' || text[0] == '-' ? 1 : count;
+}
+
 } // namespace
+
+void ServiceRun::Outcome::addError(const std::string& code, unsigned long long count) {
+    for (auto& [known, sum] : errors)
+        if (known == code) {
+            sum = count > ~0ULL - sum ? ~0ULL : sum + count;
+            return;
+        }
+    if (errors.size() < maxErrorCodes)
+        errors.emplace_back(code, count);
+}
 
 ServiceRun::ServiceRun(Plan plan) : plan_(std::move(plan)) {}
 
@@ -56,11 +75,8 @@ ServiceRun::Outcome ServiceRun::loop() {
         const bool failed = value != 0 || !errorCode.empty();
         if (failed) {
             ++outcome.failed;
-            if (!errorCode.empty()) {
-                outcome.errorCodes.push_back(errorCode);
-                const std::string count = field(record, "ErrorCount");
-                outcome.errorCounts.push_back(count.empty() ? "1" : count);
-            }
+            if (!errorCode.empty())
+                outcome.addError(errorCode, countOf(field(record, "ErrorCount")));
         } else {
             ++outcome.passed;
         }
@@ -117,9 +133,16 @@ void ServiceRun::file(const Outcome& outcome, const std::string& error) {
     entry.completion["CompletionState"] = state;
     entry.completion["LoopsPassed"] = std::to_string(outcome.passed);
     entry.completion["LoopsFailed"] = std::to_string(outcome.failed);
-    if (!outcome.errorCodes.empty()) {
-        entry.completion["ErrorCode"] = RecordFields::join(outcome.errorCodes);
-        entry.completion["ErrorCount"] = RecordFields::join(outcome.errorCounts);
+    if (!outcome.errors.empty()) {
+        std::vector<std::string> codes;
+        std::vector<std::string> counts;
+        for (const auto& [code, count] : outcome.errors) {
+            codes.push_back(code);
+            // ErrorCount holds uint32s.
+            counts.push_back(std::to_string(std::min<unsigned long long>(count, 0xFFFFFFFFu)));
+        }
+        entry.completion["ErrorCode"] = RecordFields::join(codes);
+        entry.completion["ErrorCount"] = RecordFields::join(counts);
     }
     entry.completion["RecordData"] = error.empty() ? outcome.recordData : error;
     common(entry.setting, id + ":Settings");

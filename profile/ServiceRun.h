@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace NQORVA20::profile {
 
@@ -45,11 +46,16 @@ private:
     struct Outcome {
         unsigned passed = 0;
         unsigned failed = 0;
-        std::vector<std::string> errorCodes;
-        std::vector<std::string> errorCounts;
+        // Each error code the test reported, in the order first seen, with the sum of its
+        // counts over the passes; at most maxErrorCodes codes, so that a long run of failing
+        // passes keeps its record small.
+        std::vector<std::pair<std::string, unsigned long long>> errors;
+        void addError(const std::string& code, unsigned long long count);
         std::string recordData;
         std::string elementName;
     };
+    static constexpr std::size_t maxErrorCodes = 64;
+
     Outcome loop();
     void file(const Outcome& outcome, const std::string& error);
 

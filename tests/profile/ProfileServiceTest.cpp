@@ -171,6 +171,22 @@ TEST_F(ProfileServiceTest, FailuresAndExceptionsEndTheirJobsAsSuch) {
     Started failed = run("Plain", "fail");
     ASSERT_TRUE(taken(failed.value)) << failed.value;
     EXPECT_EQ("7", waitForEnd(failed.job)); // the test ran: Completed, its record Failed
+    // Looping until the errors exceed 2: three failed passes, their one code counted once.
+    const std::string errors =
+        "<INSTANCE CLASSNAME=\"PT_Setting\"><PROPERTY.ARRAY NAME=\"LoopControl\" TYPE=\"uint16\">"
+        "<VALUE.ARRAY><VALUE>5</VALUE></VALUE.ARRAY></PROPERTY.ARRAY><PROPERTY.ARRAY "
+        "NAME=\"LoopControlParameter\" TYPE=\"string\"><VALUE.ARRAY><VALUE>2</VALUE></VALUE.ARRAY>"
+        "</PROPERTY.ARRAY></INSTANCE>";
+    Started looped = run("Plain", "fail", &errors);
+    EXPECT_EQ("7", waitForEnd(looped.job));
+    const std::string recordPath = "PT_CompletionRecord.InstanceID=\"" +
+                                   jobProperty(looped.job, "InstanceID") + ":Completion\"";
+    OperationResult record = host.getInstance(recordPath);
+    ASSERT_TRUE(record.ok() && record.instance()) << recordPath;
+    EXPECT_EQ("3", host.propertyText(record.instance(), "LoopsFailed").value_or(""));
+    EXPECT_EQ("{PT_BROKEN}", host.propertyText(record.instance(), "ErrorCode").value_or(""));
+    EXPECT_EQ("{3}", host.propertyText(record.instance(), "ErrorCount").value_or(""));
+
     Started thrown = run("Plain", "throws");
     EXPECT_EQ("10", waitForEnd(thrown.job)); // Exception
     OperationResult error = host.invokeMethod(thrown.job, "GetError");

@@ -111,7 +111,11 @@ TEST_F(RunSettingsTest, LoopsEndAtTheFirstConditionMet) {
     EXPECT_EQ("50%", shown(s.progressAfter(5, 1, half)));
     EXPECT_TRUE(s.progressAfter(10, 0, 0).done);
     EXPECT_TRUE(s.progressAfter(1, 0, 2 * half).done);
-    EXPECT_TRUE(s.progressAfter(2, 2, 0).done);
+    // Errors end the loop once they exceed the count.
+    EXPECT_FALSE(s.progressAfter(2, 2, 0).done);
+    EXPECT_TRUE(s.progressAfter(3, 3, 0).done);
+    EXPECT_TRUE(
+        diagnostic(loops("<VALUE>5</VALUE>", "<VALUE>0</VALUE>")).progressAfter(1, 1, 0).done);
     EXPECT_EQ("0%", shown(s.progressAfter(0, 0, -half))); // the clock set back
 
     // Continuous ignores its parameter, null or absent; an empty LoopControl is one pass.
