@@ -17,7 +17,8 @@ build="$root/build/fuzz"
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DDIAGCORE_BUILD_FUZZ=ON -DDIAGCORE_BUILD_TESTS=OFF -DDIAGCORE_BUILD_BENCH=OFF >/dev/null
-targets=(fuzz_object_path fuzz_property_text fuzz_mof_reader fuzz_operations fuzz_wbem_request)
+targets=(fuzz_object_path fuzz_property_text fuzz_mof_reader fuzz_operations fuzz_wbem_request
+         fuzz_embedded_instance)
 cmake --build "$build" -j "$(nproc)" --target "${targets[@]}"
 
 work="$(mktemp -d)"
