@@ -81,8 +81,9 @@ void checkSettings(const RunSettings& s) {
     check(s.continuous == has(2) && s.count.has_value() == has(3) &&
               s.timer.has_value() == has(4) && s.errorCount.has_value() == has(5),
           "loop conditions that are not the loop controls read");
+    // An error count of 0 ends the loop at the first failure, not before the first pass.
     check((!s.count || *s.count > 0) && (!s.timer || *s.timer > 0) &&
-              (!s.errorCount || *s.errorCount > 0),
+              (s.once() || !s.progressAfter(0, 0, 0).done),
           "a loop condition that is met before the run begins");
     for (const RunSettings::Progress p :
          {s.progressAfter(0, 0, 0), s.progressAfter(7, 3, 90 * ProfileClock::second)}) {

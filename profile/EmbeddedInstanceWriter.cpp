@@ -23,11 +23,20 @@ void EmbeddedInstanceWriter::escaped(std::string_view value) {
         case '"':
             text_ += "&quot;";
             break;
+        // As references, so that a reader's line-end and attribute normalisation leaves them
+        // as they were.
+        case '\t':
+            text_ += "&#9;";
+            break;
+        case '\n':
+            text_ += "&#10;";
+            break;
+        case '\r':
+            text_ += "&#13;";
+            break;
         default:
             // Control characters XML cannot carry become spaces.
-            text_ += static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r'
-                         ? ' '
-                         : c;
+            text_ += static_cast<unsigned char>(c) < 0x20 ? ' ' : c;
         }
     }
 }

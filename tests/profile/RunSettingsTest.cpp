@@ -133,7 +133,7 @@ TEST_F(RunSettingsTest, LoopsEndAtTheFirstConditionMet) {
 
 TEST_F(RunSettingsTest, SettingsWrittenForTheRecordReadBackTheSame) {
     const RunSettings s =
-        diagnostic(loops("<VALUE>2</VALUE><VALUE>4</VALUE>", "<VALUE>x</VALUE>"
+        diagnostic(loops("<VALUE>2</VALUE><VALUE>4</VALUE>", "<VALUE>x&#13;&#10;&#9;y</VALUE>"
                                                              "<VALUE>9</VALUE>") +
                    scalar("QuickMode", "true") + scalar("PercentOfTestCoverage", "40"));
     const std::string text = s.embeddedText("ZORQ_NetDiagSetting");
