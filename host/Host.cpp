@@ -99,10 +99,11 @@ void Host::shutdown() {
 
 // Runs op(ctx, path, sink) in a scope of its own with a context naming the path's namespace.
 template <class Op>
-OperationResult Host::run(const CMPIObjectPath* path, Op&& op) {
+OperationResult Host::run(const CMPIObjectPath* path, Op&& op, ResultSink::Stream* stream) {
     if (!path || !path->ft)
         return noPath(*broker_);
     OperationResult result(*broker_);
+    result.sink().streamTo(stream);
     CallScope scope(*broker_);
     std::string ns = namespaceOf(path);
     CMPIContext* ctx = broker_->newContext(ns.empty() ? defaultNamespace() : ns);
@@ -130,33 +131,45 @@ OperationResult Host::runText(const std::string& pathText, Op&& op) {
                       [&](CMPIObjectPath* path) { return run(path, std::forward<Op>(op)); });
 }
 
-OperationResult Host::enumerateInstances(const std::string& ns, const std::string& className) {
+OperationResult Host::enumerateInstances(const std::string& ns, const std::string& className,
+                                         ResultSink::Stream* stream) {
     CallScope scope(*broker_);
     const CMPIBroker* mb = broker_->cmpi();
     CMPIObjectPath* path = mb->eft->newObjectPath(mb, ns.c_str(), className.c_str(), nullptr);
-    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
-        return providers_->enumerateInstances(ctx, op, nullptr, r.sink());
-    });
+    return run(
+        path,
+        [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+            return providers_->enumerateInstances(ctx, op, nullptr, r.sink());
+        },
+        stream);
 }
 
 OperationResult Host::enumerateInstances(const std::string& ns, const std::string& className,
-                                         const std::vector<std::string>& properties) {
+                                         const std::vector<std::string>& properties,
+                                         ResultSink::Stream* stream) {
     CallScope scope(*broker_);
     const CMPIBroker* mb = broker_->cmpi();
     CMPIObjectPath* path = mb->eft->newObjectPath(mb, ns.c_str(), className.c_str(), nullptr);
     std::vector<const char*> list = listOf(properties);
-    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
-        return providers_->enumerateInstances(ctx, op, list.data(), r.sink());
-    });
+    return run(
+        path,
+        [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+            return providers_->enumerateInstances(ctx, op, list.data(), r.sink());
+        },
+        stream);
 }
 
-OperationResult Host::enumerateInstanceNames(const std::string& ns, const std::string& className) {
+OperationResult Host::enumerateInstanceNames(const std::string& ns, const std::string& className,
+                                             ResultSink::Stream* stream) {
     CallScope scope(*broker_);
     const CMPIBroker* mb = broker_->cmpi();
     CMPIObjectPath* path = mb->eft->newObjectPath(mb, ns.c_str(), className.c_str(), nullptr);
-    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
-        return providers_->enumerateInstanceNames(ctx, op, r.sink());
-    });
+    return run(
+        path,
+        [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+            return providers_->enumerateInstanceNames(ctx, op, r.sink());
+        },
+        stream);
 }
 
 OperationResult Host::getInstance(const CMPIObjectPath* path) {
@@ -224,11 +237,14 @@ OperationResult Host::execQuery(const std::string& ns, const std::string& classN
 
 OperationResult Host::associators(const CMPIObjectPath* path, const std::string& assocClass,
                                   const std::string& resultClass, const std::string& role,
-                                  const std::string& resultRole) {
-    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
-        return providers_->associators(ctx, op, orNull(assocClass), orNull(resultClass),
-                                       orNull(role), orNull(resultRole), nullptr, r.sink());
-    });
+                                  const std::string& resultRole, ResultSink::Stream* stream) {
+    return run(
+        path,
+        [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+            return providers_->associators(ctx, op, orNull(assocClass), orNull(resultClass),
+                                           orNull(role), orNull(resultRole), nullptr, r.sink());
+        },
+        stream);
 }
 
 OperationResult Host::associators(const std::string& pathText, const std::string& assocClass,
@@ -243,11 +259,14 @@ OperationResult Host::associators(const std::string& pathText, const std::string
 
 OperationResult Host::associatorNames(const CMPIObjectPath* path, const std::string& assocClass,
                                       const std::string& resultClass, const std::string& role,
-                                      const std::string& resultRole) {
-    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
-        return providers_->associatorNames(ctx, op, orNull(assocClass), orNull(resultClass),
-                                           orNull(role), orNull(resultRole), r.sink());
-    });
+                                      const std::string& resultRole, ResultSink::Stream* stream) {
+    return run(
+        path,
+        [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+            return providers_->associatorNames(ctx, op, orNull(assocClass), orNull(resultClass),
+                                               orNull(role), orNull(resultRole), r.sink());
+        },
+        stream);
 }
 
 OperationResult Host::associatorNames(const std::string& pathText, const std::string& assocClass,
@@ -261,11 +280,14 @@ OperationResult Host::associatorNames(const std::string& pathText, const std::st
 }
 
 OperationResult Host::references(const CMPIObjectPath* path, const std::string& resultClass,
-                                 const std::string& role) {
-    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
-        return providers_->references(ctx, op, orNull(resultClass), orNull(role), nullptr,
-                                      r.sink());
-    });
+                                 const std::string& role, ResultSink::Stream* stream) {
+    return run(
+        path,
+        [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+            return providers_->references(ctx, op, orNull(resultClass), orNull(role), nullptr,
+                                          r.sink());
+        },
+        stream);
 }
 
 OperationResult Host::references(const std::string& pathText, const std::string& resultClass,
@@ -278,10 +300,13 @@ OperationResult Host::references(const std::string& pathText, const std::string&
 }
 
 OperationResult Host::referenceNames(const CMPIObjectPath* path, const std::string& resultClass,
-                                     const std::string& role) {
-    return run(path, [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
-        return providers_->referenceNames(ctx, op, orNull(resultClass), orNull(role), r.sink());
-    });
+                                     const std::string& role, ResultSink::Stream* stream) {
+    return run(
+        path,
+        [&](const CMPIContext* ctx, const CMPIObjectPath* op, OperationResult& r) {
+            return providers_->referenceNames(ctx, op, orNull(resultClass), orNull(role), r.sink());
+        },
+        stream);
 }
 
 OperationResult Host::referenceNames(const std::string& pathText, const std::string& resultClass,

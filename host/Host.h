@@ -6,6 +6,7 @@
 #define DIAGHOST_HOST_H
 
 #include "host/OperationResult.h"
+#include "host/broker/ResultSink.h"
 #include "host/text/PathDialect.h"
 
 #include <cmpidt.h>
@@ -66,12 +67,16 @@ public:
 
     // ---- Client operations. Path text without a namespace is taken in defaultNs; text that
     // does not parse answers CMPI_RC_ERR_INVALID_PARAMETER with the parser's message. Empty
-    // filter strings mean "not given".
-    OperationResult enumerateInstances(const std::string& ns, const std::string& className);
+    // filter strings mean "not given". Where an operation takes a stream, the instances or paths
+    // the providers return go to it as they come, and the result keeps only the status.
+    OperationResult enumerateInstances(const std::string& ns, const std::string& className,
+                                       ResultSink::Stream* stream = nullptr);
     // With a property list: the request asks for those properties only.
     OperationResult enumerateInstances(const std::string& ns, const std::string& className,
-                                       const std::vector<std::string>& properties);
-    OperationResult enumerateInstanceNames(const std::string& ns, const std::string& className);
+                                       const std::vector<std::string>& properties,
+                                       ResultSink::Stream* stream = nullptr);
+    OperationResult enumerateInstanceNames(const std::string& ns, const std::string& className,
+                                           ResultSink::Stream* stream = nullptr);
     OperationResult getInstance(const CMPIObjectPath* path);
     OperationResult getInstance(const std::string& pathText);
     OperationResult getInstance(const std::string& pathText,
@@ -85,24 +90,27 @@ public:
                               const std::string& query, const std::string& language = "WQL");
     OperationResult associators(const CMPIObjectPath* path, const std::string& assocClass = "",
                                 const std::string& resultClass = "", const std::string& role = "",
-                                const std::string& resultRole = "");
+                                const std::string& resultRole = "",
+                                ResultSink::Stream* stream = nullptr);
     OperationResult associators(const std::string& pathText, const std::string& assocClass = "",
                                 const std::string& resultClass = "", const std::string& role = "",
                                 const std::string& resultRole = "");
     OperationResult associatorNames(const CMPIObjectPath* path, const std::string& assocClass = "",
                                     const std::string& resultClass = "",
                                     const std::string& role = "",
-                                    const std::string& resultRole = "");
+                                    const std::string& resultRole = "",
+                                    ResultSink::Stream* stream = nullptr);
     OperationResult associatorNames(const std::string& pathText, const std::string& assocClass = "",
                                     const std::string& resultClass = "",
                                     const std::string& role = "",
                                     const std::string& resultRole = "");
     OperationResult references(const CMPIObjectPath* path, const std::string& resultClass = "",
-                               const std::string& role = "");
+                               const std::string& role = "", ResultSink::Stream* stream = nullptr);
     OperationResult references(const std::string& pathText, const std::string& resultClass = "",
                                const std::string& role = "");
     OperationResult referenceNames(const CMPIObjectPath* path, const std::string& resultClass = "",
-                                   const std::string& role = "");
+                                   const std::string& role = "",
+                                   ResultSink::Stream* stream = nullptr);
     OperationResult referenceNames(const std::string& pathText, const std::string& resultClass = "",
                                    const std::string& role = "");
     OperationResult invokeMethod(const CMPIObjectPath* path, const std::string& method,
@@ -133,7 +141,7 @@ public:
 
 private:
     template <class Op>
-    OperationResult run(const CMPIObjectPath* path, Op&& op);
+    OperationResult run(const CMPIObjectPath* path, Op&& op, ResultSink::Stream* stream = nullptr);
     template <class Op>
     OperationResult runText(const std::string& pathText, Op&& op);
     // Parses a path text in one call scope and hands the path to `use`; a text that does not

@@ -21,6 +21,14 @@ bool AnswerStream::produce() {
     try {
         complete_ = !produce_(writer_, pieceSize_);
         writer_.flush();
+    } catch (const Failure& f) {
+        failureCode_ = f.code != 0 ? f.code : 1;
+        failureDescription_ = f.description;
+        // What was written before the failure still goes out, for the trailer to follow.
+        try {
+            writer_.flush();
+        } catch (...) {
+        }
     } catch (const std::exception& e) {
         failureCode_ = 1;
         failureDescription_ = std::string("the answer could not be written: ") + e.what();

@@ -20,6 +20,12 @@ public:
 
     enum class State { Data, End, Failed };
 
+    // What a producer throws to end the message early with a CIM status of its own.
+    struct Failure {
+        unsigned code;
+        std::string description;
+    };
+
     AnswerStream(Producer produce, std::size_t pieceSize = std::size_t{64} << 10);
     AnswerStream(const AnswerStream&) = delete;
     AnswerStream& operator=(const AnswerStream&) = delete;

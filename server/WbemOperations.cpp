@@ -1,5 +1,6 @@
 #include "server/WbemOperations.h"
 
+#include "server/AnswerStream.h"
 #include "server/CimXmlClassWriter.h"
 
 #include "host/Host.h"
@@ -73,8 +74,8 @@ std::optional<std::vector<std::string>> propertyList(const CimRequest& request) 
 
 } // namespace
 
-WbemOperations::WbemOperations(Host& host, std::string hostName)
-    : host_(host), hostName_(std::move(hostName)) {}
+WbemOperations::WbemOperations(Host& host, std::string hostName, std::size_t queueCapacity)
+    : host_(host), hostName_(std::move(hostName)), queueCapacity_(queueCapacity) {}
 
 std::unique_ptr<WbemOperations::Reply> WbemOperations::reply(const CimRequest& request,
                                                              CimXmlWriter& out) {
@@ -102,10 +103,44 @@ std::unique_ptr<WbemOperations::Reply> WbemOperations::reply(const CimRequest& r
     if (outcome.code != 0) {
         reply->items_ = Reply::Items::None;
         reply->result_.reset();
+        if (reply->queue_)
+            reply->queue_->cancel();
         out.error(outcome.code, outcome.description);
     }
     reply->code_ = outcome.code;
     return reply;
+}
+
+WbemOperations::Reply::~Reply() {
+    if (queue_)
+        queue_->cancel();
+    if (producer_.joinable())
+        producer_.join();
+}
+
+bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until) {
+    diaghost::CallScope scope(operations_.host_.broker());
+    const bool paths = items_ == Items::InstanceNames || items_ == Items::ObjectPaths;
+    if (queue_) {
+        while (out.written() < until) {
+            ResultQueue::Item item = queue_->next();
+            if (!item) {
+                const diaghost::OperationStatus status = queue_->status();
+                if (!status.ok())
+                    throw AnswerStream::Failure{static_cast<unsigned>(status.rc), status.message};
+                return false;
+            }
+            writeItem(out, item.instance(), item.path());
+        }
+        return true;
+    }
+    const std::size_t count = paths ? result_->paths().size() : result_->instances().size();
+    while (next_ < count && out.written() < until) {
+        const std::size_t index = next_++;
+        writeItem(out, paths ? nullptr : result_->instances()[index],
+                  paths ? result_->paths()[index] : nullptr);
+    }
+    return next_ < count;
 }
 
 bool WbemOperations::Reply::writeMore(CimXmlWriter& out, std::size_t bytes) {
@@ -113,13 +148,7 @@ bool WbemOperations::Reply::writeMore(CimXmlWriter& out, std::size_t bytes) {
         return false;
     const std::uint64_t until = out.written() + bytes;
     if (items_ != Items::None) {
-        diaghost::CallScope scope(operations_.host_.broker());
-        const std::size_t count = items_ == Items::InstanceNames || items_ == Items::ObjectPaths
-                                      ? result_->paths().size()
-                                      : result_->instances().size();
-        while (next_ < count && out.written() < until)
-            writeItem(out, next_++);
-        if (next_ < count) {
+        if (writeItems(out, until)) {
             out.flush();
             return true;
         }
@@ -137,19 +166,23 @@ bool WbemOperations::Reply::writeMore(CimXmlWriter& out, std::size_t bytes) {
     return false;
 }
 
-void WbemOperations::Reply::writeItem(CimXmlWriter& out, std::size_t index) {
+void WbemOperations::Reply::writeItem(CimXmlWriter& out, const CMPIInstance* inst,
+                                      const CMPIObjectPath* name) {
     const std::vector<std::string>* filter = properties_ ? &*properties_ : nullptr;
     const std::string& host = operations_.hostName_;
     switch (items_) {
     case Items::InstanceNames:
-        out.instanceName(result_->paths()[index]);
+        if (name)
+            out.instanceName(name);
         return;
     case Items::ObjectPaths:
-        out.objectPath(result_->paths()[index], host);
+        if (name)
+            out.objectPath(name, host);
         return;
     case Items::NamedInstances:
     case Items::ObjectsWithPath: {
-        const CMPIInstance* inst = result_->instances()[index];
+        if (!inst)
+            return;
         CMPIObjectPath* path = inst->ft->getObjectPath(inst, nullptr);
         if (items_ == Items::NamedInstances)
             out.namedInstance(path, inst, filter);
@@ -261,6 +294,49 @@ std::vector<std::string> associatedClasses(const ClassRepository& classes, const
 
 } // namespace
 
+WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, Operation operation,
+                                              CimXmlWriter& out) {
+    auto queue = std::make_shared<ResultQueue>(queueCapacity_);
+    if (producers_.fetch_add(1) < maxProducers) {
+        try {
+            reply.producer_ = std::thread([this, queue, operation] {
+                diaghost::OperationStatus status;
+                try {
+                    status = operation(queue.get()).status;
+                } catch (const std::exception& e) {
+                    status = diaghost::OperationStatus::make(
+                        CMPI_RC_ERR_FAILED, std::string("the operation failed: ") + e.what());
+                } catch (...) {
+                    status =
+                        diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the operation failed");
+                }
+                queue->finish(std::move(status));
+                --producers_;
+            });
+        } catch (...) {
+            --producers_;
+        }
+    } else {
+        --producers_;
+    }
+    if (reply.producer_.joinable()) {
+        reply.queue_ = queue;
+        queue->waitForFirst();
+        if (queue->failed()) {
+            const diaghost::OperationStatus status = queue->status();
+            return Outcome{static_cast<unsigned>(status.rc), status.message};
+        }
+    } else {
+        OperationResult result = operation(nullptr);
+        if (!result.ok())
+            return Outcome{static_cast<unsigned>(result.status.rc), result.status.message};
+        reply.result_.emplace(std::move(result));
+    }
+    out.beginIReturnValue();
+    reply.items_ = kind;
+    return {};
+}
+
 WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, CimXmlWriter& out,
                                                   Reply& reply) {
     const std::string& op = request.method;
@@ -277,16 +353,15 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
         std::optional<std::vector<std::string>> list = names ? std::nullopt : propertyList(request);
         if (!names && !flag(request, "DeepInheritance", true))
             list = ownProperties(cls, list);
-        OperationResult result = names  ? host_.enumerateInstanceNames(ns, cls.name)
-                                 : list ? host_.enumerateInstances(ns, cls.name, *list)
-                                        : host_.enumerateInstances(ns, cls.name);
-        if (!result.ok())
-            return failed(result);
-        out.beginIReturnValue();
-        reply.items_ = names ? Reply::Items::InstanceNames : Reply::Items::NamedInstances;
-        reply.properties_ = std::move(list);
-        reply.result_.emplace(std::move(result));
-        return {};
+        reply.properties_ = list;
+        return items(
+            reply, names ? Reply::Items::InstanceNames : Reply::Items::NamedInstances,
+            [this, ns, className = cls.name, names, list](diaghost::ResultSink::Stream* stream) {
+                return names  ? host_.enumerateInstanceNames(ns, className, stream)
+                       : list ? host_.enumerateInstances(ns, className, *list, stream)
+                              : host_.enumerateInstances(ns, className, stream);
+            },
+            out);
     }
 
     if (sameName(op, "GetInstance")) {
@@ -335,25 +410,31 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
             out.endIReturnValue();
             return {};
         }
-        diaghost::CallScope scope(host_.broker());
-        CMPIObjectPath* path = instancePath(host_, request, "ObjectName");
+        {
+            // Checked here, so that a bad name is refused before anything runs.
+            diaghost::CallScope scope(host_.broker());
+            instancePath(host_, request, "ObjectName");
+        }
         const std::string resultClass = name(request, "ResultClass");
         const std::string role = name(request, "Role");
-        OperationResult result =
-            associators
-                ? (names ? host_.associatorNames(path, name(request, "AssocClass"), resultClass,
-                                                 role, name(request, "ResultRole"))
-                         : host_.associators(path, name(request, "AssocClass"), resultClass, role,
-                                             name(request, "ResultRole")))
-                : (names ? host_.referenceNames(path, resultClass, role)
-                         : host_.references(path, resultClass, role));
-        if (!result.ok())
-            return failed(result);
-        out.beginIReturnValue();
-        reply.items_ = names ? Reply::Items::ObjectPaths : Reply::Items::ObjectsWithPath;
+        const std::string assocClass = associators ? name(request, "AssocClass") : "";
+        const std::string resultRole = associators ? name(request, "ResultRole") : "";
         reply.properties_ = std::move(list);
-        reply.result_.emplace(std::move(result));
-        return {};
+        return items(
+            reply, names ? Reply::Items::ObjectPaths : Reply::Items::ObjectsWithPath,
+            [this, request, associators, names, resultClass, role, assocClass,
+             resultRole](diaghost::ResultSink::Stream* stream) {
+                // The path is made again on the thread that uses it, in a scope of its own.
+                diaghost::CallScope scope(host_.broker());
+                CMPIObjectPath* path = instancePath(host_, request, "ObjectName");
+                return associators ? (names ? host_.associatorNames(path, assocClass, resultClass,
+                                                                    role, resultRole, stream)
+                                            : host_.associators(path, assocClass, resultClass, role,
+                                                                resultRole, stream))
+                                   : (names ? host_.referenceNames(path, resultClass, role, stream)
+                                            : host_.references(path, resultClass, role, stream));
+            },
+            out);
     }
 
     if (sameName(op, "GetClass")) {

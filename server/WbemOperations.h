@@ -9,13 +9,17 @@
 
 #include "server/CimRequest.h"
 #include "server/CimXmlWriter.h"
+#include "server/ResultQueue.h"
 
 #include "host/OperationResult.h"
 
+#include <atomic>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace diaghost {
@@ -26,33 +30,48 @@ namespace diagserver {
 
 class WbemOperations {
 public:
-    // The host must outlive this object; hostName goes into the paths answered.
-    explicit WbemOperations(diaghost::Host& host, std::string hostName = "localhost");
+    // The host must outlive this object; hostName goes into the paths answered. An operation
+    // still running holds at most queueCapacity of its answers not yet written.
+    explicit WbemOperations(diaghost::Host& host, std::string hostName = "localhost",
+                            std::size_t queueCapacity = 128);
 
     // The rest of a response message whose operation has run.
     class Reply {
     public:
+        // Stops an operation still returning answers nobody will read, and waits for it.
+        ~Reply();
+        Reply(const Reply&) = delete;
+        Reply& operator=(const Reply&) = delete;
+
         // The CIM status code of the answer: 0 when the operation succeeded. Known before the
         // rest is written; a failure while writing is the caller's to report.
         unsigned code() const { return code_; }
         // Writes about `bytes` more of the message and flushes the writer; false once the
-        // message is complete. Throws what the writer's sink throws, or for lack of memory.
+        // message is complete. Throws what the writer's sink throws, or for lack of memory; an
+        // operation that fails after its first answers were written throws AnswerStream::Failure
+        // with its status.
         bool writeMore(CimXmlWriter& out, std::size_t bytes);
 
     private:
         friend class WbemOperations;
         enum class Items { None, InstanceNames, NamedInstances, ObjectPaths, ObjectsWithPath };
         explicit Reply(WbemOperations& operations) : operations_(operations) {}
-        void writeItem(CimXmlWriter& out, std::size_t index);
+        void writeItem(CimXmlWriter& out, const CMPIInstance* instance, const CMPIObjectPath* path);
+        // Writes items until about `until` bytes are written; false once there are no more.
+        bool writeItems(CimXmlWriter& out, std::uint64_t until);
 
         WbemOperations& operations_;
         unsigned code_ = 0;
         bool intrinsic_ = true;
         bool complete_ = false;
         Items items_ = Items::None;
+        // The answers of an operation that ran to its end before the reply was written...
         std::optional<diaghost::OperationResult> result_;
-        std::optional<std::vector<std::string>> properties_;
         std::size_t next_ = 0;
+        // ...or of one still running on a thread of its own, handed over as they come.
+        std::shared_ptr<ResultQueue> queue_;
+        std::thread producer_;
+        std::optional<std::vector<std::string>> properties_;
     };
 
     // Runs the operation and writes the head of the response message (all of it for an answer
@@ -70,8 +89,20 @@ private:
     Outcome intrinsic(const CimRequest& request, CimXmlWriter& out, Reply& reply);
     Outcome extrinsic(const CimRequest& request, CimXmlWriter& out);
 
+    // An operation answering a list of instances or paths. It runs on a thread of its own and
+    // hands its answers over through a bounded queue as the reply writes them, so that a long
+    // answer never lies whole in memory. A failure known before the first answer is written
+    // is answered as an ERROR; a later one ends the message. Beyond maxProducers at
+    // once, or when no thread can be had, it runs here and its answers are held whole.
+    using Operation = std::function<diaghost::OperationResult(diaghost::ResultSink::Stream*)>;
+    Outcome items(Reply& reply, Reply::Items kind, Operation operation, CimXmlWriter& out);
+
+    static constexpr unsigned maxProducers = 64;
+
     diaghost::Host& host_;
     std::string hostName_;
+    std::size_t queueCapacity_;
+    std::atomic<unsigned> producers_{0};
 };
 
 } // namespace diagserver

@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <strings.h>
+#include <type_traits>
 
 namespace diaghost {
 
@@ -36,6 +37,7 @@ struct SinkState {
     bool done = false;
     bool filtered = false;
     std::vector<std::string> requestProperties;
+    ResultSink::Stream* stream = nullptr;
 };
 
 using Impl = SinkState;
@@ -108,6 +110,17 @@ CMPIStatus returnObject(const CMPIResult* r, const T* object, std::vector<T*> Im
         if (!h)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
         std::unique_ptr<H> copy(CmpiCall::durableCopy(*h));
+        if constexpr (!std::is_same_v<H, HostError>) {
+            if (self->stream != nullptr) {
+                T* owned = copy.release()->cmpi();
+                bool wanted;
+                if constexpr (std::is_same_v<H, HostInstance>)
+                    wanted = self->stream->instance(owned);
+                else
+                    wanted = self->stream->path(owned);
+                return CmpiCall::status(wanted ? CMPI_RC_OK : CMPI_RC_ERR_FAILED);
+            }
+        }
         roomFor(self->*list, 1);
         roomFor(self->calls, 1);
         (self->*list).push_back(copy.release()->cmpi());
@@ -237,6 +250,11 @@ void ResultSink::setRequestProperties(const char** properties) {
 void ResultSink::setRequestProperties(const ResultSink& from) {
     impl_->filtered = from.impl_->filtered;
     impl_->requestProperties = from.impl_->requestProperties;
+    impl_->stream = from.impl_->stream;
+}
+
+void ResultSink::streamTo(Stream* stream) {
+    impl_->stream = stream;
 }
 
 namespace {
@@ -252,6 +270,21 @@ void moveAll(std::vector<T>& from, std::vector<T>& to) {
 void ResultSink::takeFrom(ResultSink& from) {
     Impl& to = *impl_;
     Impl& src = *from.impl_;
+    if (to.stream != nullptr) {
+        // What `from` kept goes on to the stream, each object once, in the order returned.
+        std::vector<CMPIInstance*> instances;
+        std::vector<CMPIObjectPath*> paths;
+        instances.swap(src.instances);
+        paths.swap(src.paths);
+        src.calls.erase(
+            std::remove_if(src.calls.begin(), src.calls.end(),
+                           [](Call c) { return c == Call::Instance || c == Call::ObjectPath; }),
+            src.calls.end());
+        for (CMPIInstance* inst : instances)
+            to.stream->instance(inst);
+        for (CMPIObjectPath* path : paths)
+            to.stream->path(path);
+    }
     // Room first, so that nothing moves unless everything can.
     roomFor(to.calls, src.calls.size());
     roomFor(to.instances, src.instances.size());

@@ -17,6 +17,18 @@ class ResultSink {
 public:
     enum class Call { Data, Instance, ObjectPath, Done, Error };
 
+    // Takes the instances and paths returned on a sink as they come, instead of the sink keeping
+    // them: a long answer then need not lie whole in memory. Called on the thread of the provider
+    // call, which it may hold up until there is room.
+    class Stream {
+    public:
+        virtual ~Stream() = default;
+        // Owns the copy from now on (it releases it). False when no more are wanted: the
+        // provider's returnInstance or returnObjectPath then answers CMPI_RC_ERR_FAILED.
+        virtual bool instance(CMPIInstance* copy) = 0;
+        virtual bool path(CMPIObjectPath* copy) = 0;
+    };
+
     explicit ResultSink(Broker& broker);
     ~ResultSink();
     ResultSink(const ResultSink&) = delete;
@@ -40,10 +52,16 @@ public:
     // takes its copy, as an object manager that edits and keeps the instances it is handed
     // does; a provider that hands over an instance it keeps then sees the change.
     void setRequestProperties(const char** properties);
+    // The property list and the stream of the sink this one's answers go on to.
     void setRequestProperties(const ResultSink& from);
 
+    // Instances and paths returned from now on go to the stream (null: kept here). The stream
+    // must outlive the sink's use.
+    void streamTo(Stream* stream);
+
     // Moves everything `from` received, in the order received and without copying, to the end of
-    // this sink, except its Done; `from` is left empty.
+    // this sink (its instances and paths to this sink's stream, when it has one), except its
+    // Done; `from` is left empty.
     void takeFrom(ResultSink& from);
 
     // Hands over the instance (path) copies: from now on the caller owns each of them and must

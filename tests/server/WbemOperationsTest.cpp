@@ -317,15 +317,16 @@ TEST_F(WbemOperationsTest, ALongAnswerWrittenPieceByPieceIsTheWholeAnswer) {
         CimXmlWriter writer([&](std::string_view piece) { pieces.append(piece); }, 1);
         auto reply = operations.reply(request, writer);
         EXPECT_EQ(0u, reply->code()) << whole;
-        // The head is written before the operation's items; each call adds one item, the last
-        // call the last item and the end of the message.
+        // The head is written before the operation's items; each call adds one item, and the
+        // last the end of the message (after the last item, or alone when the operation was
+        // still running when the last item was written).
         EXPECT_EQ(std::string::npos, pieces.find(item));
         while (reply->writeMore(writer, 1))
             ++calls;
         EXPECT_FALSE(reply->writeMore(writer, 1));
         EXPECT_EQ(whole, pieces);
         EXPECT_GE(count(whole, item), 2u);
-        EXPECT_EQ(count(whole, item), calls + 1);
+        EXPECT_TRUE(count(whole, item) == calls + 1 || count(whole, item) == calls) << calls;
     }
 }
 

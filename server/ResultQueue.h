@@ -1,0 +1,78 @@
+// A bounded hand-over of the instances or paths one operation returns, from the thread running the
+// operation to the thread writing its answer. The operation's thread waits while the queue is
+// full and the writer while it is empty, so at most `capacity` objects are held however long the
+// answer. The operation ends it by finishing; the writer by cancelling (its client went away),
+// after which every object held or still returned is released at once.
+#ifndef DIAGSERVER_RESULTQUEUE_H
+#define DIAGSERVER_RESULTQUEUE_H
+
+#include "host/broker/OperationStatus.h"
+#include "host/broker/ResultSink.h"
+
+#include <cmpidt.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+
+namespace diagserver {
+
+class ResultQueue : public diaghost::ResultSink::Stream {
+public:
+    // One object taken from the queue: an instance or a path, released with the item.
+    class Item {
+    public:
+        Item() = default;
+        explicit Item(void* object, bool instance) : object_(object), instance_(instance) {}
+        Item(Item&& other) noexcept;
+        Item& operator=(Item&& other) noexcept;
+        ~Item();
+        const CMPIInstance* instance() const;
+        const CMPIObjectPath* path() const;
+        explicit operator bool() const { return object_ != nullptr; }
+
+    private:
+        void release() noexcept;
+        void* object_ = nullptr;
+        bool instance_ = false;
+    };
+
+    explicit ResultQueue(std::size_t capacity);
+    ~ResultQueue() override;
+    ResultQueue(const ResultQueue&) = delete;
+    ResultQueue& operator=(const ResultQueue&) = delete;
+
+    // The operation's side.
+    bool instance(CMPIInstance* copy) override;
+    bool path(CMPIObjectPath* copy) override;
+    void finish(diaghost::OperationStatus status);
+
+    // The writer's side. Waits until an object is there or the operation has finished; whether
+    // an object is there.
+    bool waitForFirst();
+    // Waits for the next object; an empty item once the operation has finished and everything
+    // was taken.
+    Item next();
+    // The operation's status; only meaningful once next() gave an empty item or waitForFirst()
+    // answered false.
+    diaghost::OperationStatus status() const;
+    // Whether the operation has ended with a failure (its answers so far may still be held).
+    bool failed() const;
+    void cancel();
+
+private:
+    bool put(void* object, bool instance);
+
+    const std::size_t capacity_;
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Item> items_;
+    bool finished_ = false;
+    bool cancelled_ = false;
+    diaghost::OperationStatus status_;
+};
+
+} // namespace diagserver
+
+#endif

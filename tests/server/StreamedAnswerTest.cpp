@@ -1,0 +1,211 @@
+// Answers handed over from an operation still running: the bounded queue between the provider's
+// thread and the writer, and whole responses written while their operation returns, through the
+// host's test providers (one of the classes of the enumeration served by a library that is not
+// there, so that the operation fails after its first answers).
+#include "server/AnswerStream.h"
+#include "server/ResultQueue.h"
+#include "server/WbemOperations.h"
+
+#include "host/Host.h"
+#include "host/broker/Broker.h"
+#include "host/broker/CallScope.h"
+#include "host/providers/ProviderManager.h"
+#include "host/providers/ProviderRegistration.h"
+
+#include <cmpift.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+namespace {
+
+using diaghost::Host;
+using diagserver::AnswerStream;
+using diagserver::CimRequest;
+using diagserver::CimXmlWriter;
+using diagserver::ResultQueue;
+using diagserver::WbemOperations;
+
+Host& testHost() {
+    static Host* host = [] {
+        Host::Options options;
+        options.providerPath = {DIAGHOST_TEST_PROVIDER_DIR};
+        auto* made = new Host(options);
+        made->loadMof(std::string(DIAGHOST_TEST_DATA_DIR) + "/TestHost.mof");
+        made->providers().addRegistrations(diaghost::ProviderRegistration::readText(
+            "[Test_Element]\nprovider: Test_ElementProvider\nlocation: diaghosttest_elements\n"
+            "type: instance\nnamespace: root/cimv2\n\n"
+            "[Test_SpecialElement]\nprovider: Test_ElementProvider\n"
+            "location: diaghosttest_elements\ntype: instance\nnamespace: root/cimv2\n\n"
+            "[Test_DerivedElement]\nprovider: Test_GoneProvider\n"
+            "location: diaghosttest_nonexistent\ntype: instance\nnamespace: root/cimv2\n"));
+        return made;
+    }();
+    return *host;
+}
+
+class ResultQueueTest : public ::testing::Test {
+protected:
+    Host& host = testHost();
+
+    // A path owned by nobody, as a result sink hands its copies on.
+    CMPIObjectPath* path(const std::string& name) {
+        const CMPIBroker* mb = host.broker().cmpi();
+        CMPIObjectPath* made = mb->eft->newObjectPath(mb, "root/cimv2", "Test_Element", nullptr);
+        CMPIValue v;
+        v.string = mb->eft->newString(mb, name.c_str(), nullptr);
+        made->ft->addKey(made, "Name", &v, CMPI_string);
+        CMPIObjectPath* copy = made->ft->clone(made, nullptr);
+        return copy;
+    }
+
+    static std::string nameOf(const ResultQueue::Item& item) {
+        CMPIData key = item.path()->ft->getKey(item.path(), "Name", nullptr);
+        return key.value.string->ft->getCharPtr(key.value.string, nullptr);
+    }
+};
+
+TEST_F(ResultQueueTest, TheOperationWaitsWhileTheQueueIsFullAndObjectsComeInOrder) {
+    diaghost::CallScope scope(host.broker());
+    ResultQueue queue(2);
+    std::atomic<int> handed{0};
+    std::thread operation([&] {
+        diaghost::CallScope threadScope(host.broker());
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_TRUE(queue.path(path("p" + std::to_string(i))));
+            ++handed;
+        }
+        queue.finish(diaghost::OperationStatus::make(CMPI_RC_OK));
+    });
+    ASSERT_TRUE(queue.waitForFirst());
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(2, handed.load()); // the third waits for room
+    for (int i = 0; i < 5; ++i) {
+        ResultQueue::Item item = queue.next();
+        ASSERT_TRUE(item);
+        EXPECT_EQ("p" + std::to_string(i), nameOf(item));
+    }
+    EXPECT_FALSE(queue.next());
+    EXPECT_TRUE(queue.status().ok());
+    EXPECT_FALSE(queue.failed());
+    operation.join();
+}
+
+TEST_F(ResultQueueTest, CancellingReleasesWhatIsHeldAndRefusesTheRest) {
+    diaghost::CallScope scope(host.broker());
+    ResultQueue queue(1);
+    std::atomic<bool> refused{false};
+    std::thread operation([&] {
+        diaghost::CallScope threadScope(host.broker());
+        queue.path(path("held"));
+        // Waits for room until the writer gives up.
+        refused = !queue.path(path("waiting"));
+        EXPECT_FALSE(queue.path(path("later")));
+        queue.finish(diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the client went away"));
+    });
+    ASSERT_TRUE(queue.waitForFirst());
+    queue.cancel();
+    operation.join();
+    EXPECT_TRUE(refused.load());
+    EXPECT_FALSE(queue.next());
+    EXPECT_TRUE(queue.failed());
+}
+
+TEST_F(ResultQueueTest, AnOperationEndingWithoutObjectsIsSeenAtOnce) {
+    ResultQueue queue(4);
+    queue.finish(diaghost::OperationStatus::make(CMPI_RC_ERR_NOT_FOUND, "none"));
+    EXPECT_FALSE(queue.waitForFirst());
+    EXPECT_TRUE(queue.failed());
+    EXPECT_EQ(CMPI_RC_ERR_NOT_FOUND, queue.status().rc);
+    EXPECT_EQ("none", queue.status().message);
+}
+
+class StreamedAnswerTest : public ::testing::Test {
+protected:
+    static CimRequest enumerate(const std::string& className, bool names = false) {
+        CimRequest r;
+        r.messageId = "7";
+        r.method = names ? "EnumerateInstanceNames" : "EnumerateInstances";
+        r.nameSpace = "root/cimv2";
+        CimRequest::Value v;
+        v.kind = CimRequest::Value::Kind::ClassName;
+        v.text = className;
+        r.params.emplace_back("ClassName", v);
+        return r;
+    }
+
+    // The message as an HTTP client reads it, piece by piece, and how it ended.
+    struct Read {
+        std::string text;
+        AnswerStream::State end = AnswerStream::State::Data;
+        unsigned code = 0;
+        std::string description;
+    };
+    Read read(WbemOperations& operations, const CimRequest& request) {
+        std::unique_ptr<WbemOperations::Reply> reply;
+        AnswerStream stream(
+            [&](CimXmlWriter& out, std::size_t bytes) { return reply->writeMore(out, bytes); });
+        reply = operations.reply(request, stream.writer());
+        // As the server does: a first piece, then what is read.
+        stream.fill();
+        Read r;
+        char piece[256];
+        for (;;) {
+            const std::size_t n = stream.read(piece, sizeof piece, r.end);
+            if (r.end != AnswerStream::State::Data)
+                break;
+            r.text.append(piece, n);
+        }
+        r.code = stream.failureCode();
+        r.description = stream.failureDescription();
+        return r;
+    }
+
+    Host& host = testHost();
+};
+
+TEST_F(StreamedAnswerTest, AFailureAfterTheFirstAnswersEndsTheMessageWithItsStatus) {
+    // One answer in hand at a time: the operation is still running when writing begins.
+    WbemOperations operations(host, "localhost", 1);
+    for (bool names : {false, true}) {
+        const Read r = read(operations, enumerate("Test_Element", names));
+        EXPECT_EQ(AnswerStream::State::Failed, r.end) << r.text;
+        EXPECT_EQ(static_cast<unsigned>(CMPI_RC_ERR_FAILED), r.code);
+        EXPECT_NE(std::string::npos, r.description.find("diaghosttest_nonexistent"))
+            << r.description;
+        EXPECT_NE(std::string::npos, r.text.find("<IRETURNVALUE>"));
+        EXPECT_NE(std::string::npos, r.text.find("alpha"));
+        EXPECT_EQ(std::string::npos, r.text.find("<ERROR"));
+    }
+}
+
+TEST_F(StreamedAnswerTest, AFailureKnownBeforeAnythingIsWrittenIsAnError) {
+    WbemOperations operations(host);
+    const Read r = read(operations, enumerate("Test_DerivedElement"));
+    EXPECT_EQ(AnswerStream::State::End, r.end);
+    EXPECT_NE(std::string::npos, r.text.find("<ERROR CODE=\"1\""));
+    EXPECT_EQ(std::string::npos, r.text.find("<IRETURNVALUE>"));
+}
+
+TEST_F(StreamedAnswerTest, AnAnswerReadOnlyInPartLeavesNothingRunning) {
+    WbemOperations operations(host, "localhost", 1);
+    for (int i = 0; i < 20; ++i) {
+        std::unique_ptr<WbemOperations::Reply> reply;
+        std::string head;
+        CimXmlWriter writer([&](std::string_view piece) { head.append(piece); }, 1);
+        // The operation waits with its second answer: the queue holds one.
+        reply = operations.reply(enumerate("Test_Element"), writer);
+        EXPECT_EQ(0u, reply->code());
+        // The client goes away here: the reply stops its operation and waits for it.
+    }
+    // Nothing is left waiting: the same operation still runs to its end.
+    const Read r = read(operations, enumerate("Test_Element", true));
+    EXPECT_EQ(AnswerStream::State::Failed, r.end);
+    EXPECT_NE(std::string::npos, r.text.find("beta"));
+}
+
+} // namespace
