@@ -2,6 +2,8 @@
 
 #include <cmpift.h>
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace diagserver {
@@ -43,7 +45,15 @@ void ResultQueue::Item::release() noexcept {
     object_ = nullptr;
 }
 
-ResultQueue::ResultQueue(std::size_t capacity) : capacity_(capacity > 0 ? capacity : 1) {}
+namespace {
+
+// How long the writer waits for a whole batch before it takes what there is.
+constexpr std::chrono::milliseconds batchWait{2};
+
+} // namespace
+
+ResultQueue::ResultQueue(std::size_t capacity)
+    : capacity_(capacity > 0 ? capacity : 1), batch_(std::max<std::size_t>(1, capacity_ / 2)) {}
 
 ResultQueue::~ResultQueue() = default;
 
@@ -51,11 +61,17 @@ bool ResultQueue::put(void* object, bool instance) {
     // Owned from here on, whatever happens.
     Item item(object, instance);
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return cancelled_ || items_.size() < capacity_; });
+    if (items_.size() >= capacity_ && !cancelled_) {
+        operationWaiting_ = true;
+        forOperation_.wait(lock,
+                           [this] { return cancelled_ || items_.size() + batch_ <= capacity_; });
+        operationWaiting_ = false;
+    }
     if (cancelled_)
         return false;
     items_.push_back(std::move(item));
-    changed_.notify_all();
+    if (writerWaiting_ && (writerTakesAny_ || items_.size() >= batch_))
+        forWriter_.notify_all();
     return true;
 }
 
@@ -71,23 +87,33 @@ void ResultQueue::finish(diaghost::OperationStatus status) {
     std::lock_guard<std::mutex> lock(mutex_);
     status_ = std::move(status);
     finished_ = true;
-    changed_.notify_all();
+    forWriter_.notify_all();
 }
 
 bool ResultQueue::waitForFirst() {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return finished_ || !items_.empty(); });
+    writerWaiting_ = writerTakesAny_ = true;
+    forWriter_.wait(lock, [this] { return finished_ || cancelled_ || !items_.empty(); });
+    writerWaiting_ = writerTakesAny_ = false;
     return !items_.empty();
 }
 
 ResultQueue::Item ResultQueue::next() {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return finished_ || cancelled_ || !items_.empty(); });
+    if (items_.empty() && !finished_ && !cancelled_) {
+        writerWaiting_ = true;
+        forWriter_.wait_for(lock, batchWait,
+                            [this] { return finished_ || cancelled_ || items_.size() >= batch_; });
+        writerTakesAny_ = true;
+        forWriter_.wait(lock, [this] { return finished_ || cancelled_ || !items_.empty(); });
+        writerWaiting_ = writerTakesAny_ = false;
+    }
     if (items_.empty())
         return Item();
     Item item = std::move(items_.front());
     items_.pop_front();
-    changed_.notify_all();
+    if (operationWaiting_ && items_.size() + batch_ <= capacity_)
+        forOperation_.notify_all();
     return item;
 }
 
@@ -107,7 +133,8 @@ void ResultQueue::cancel() {
         std::lock_guard<std::mutex> lock(mutex_);
         cancelled_ = true;
         dropped.swap(items_);
-        changed_.notify_all();
+        forWriter_.notify_all();
+        forOperation_.notify_all();
     }
 }
 

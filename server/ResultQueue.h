@@ -64,10 +64,19 @@ public:
 private:
     bool put(void* object, bool instance);
 
+    // Each side is woken once a batch of half the capacity is ready for it, not for every
+    // object, so that the two threads do not take turns object by object; the writer takes a
+    // smaller batch after a short wait, and anything at all after that, so that a slow
+    // operation's answers still go out as they come.
     const std::size_t capacity_;
+    const std::size_t batch_;
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
+    std::condition_variable forWriter_;
+    std::condition_variable forOperation_;
     std::deque<Item> items_;
+    bool writerWaiting_ = false;
+    bool writerTakesAny_ = false;
+    bool operationWaiting_ = false;
     bool finished_ = false;
     bool cancelled_ = false;
     diaghost::OperationStatus status_;
