@@ -1,5 +1,6 @@
 #include "server/CimXmlWriter.h"
 
+#include "host/broker/HostInstance.h"
 #include "host/text/CimNames.h"
 #include "host/text/LiteralText.h"
 #include "server/XmlText.h"
@@ -485,6 +486,19 @@ void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::str
     buffer_ += '>';
     if (own && own->ft)
         own->ft->release(own);
+    if (const diaghost::HostInstance* h = diaghost::HostInstance::from(inst)) {
+        // The host's own instance: its property names are read where it keeps them, rather
+        // than made as a string for every property of every instance.
+        for (std::size_t i = 0; i < h->propertyCount(); ++i) {
+            const char* name = h->propertyName(i);
+            const std::string_view propertyName =
+                name ? std::string_view(name) : std::string_view();
+            if (!propertyName.empty() && listed(properties, propertyName))
+                property(propertyName, h->at(i));
+        }
+        closeTag("INSTANCE");
+        return;
+    }
     CMPICount n = inst && inst->ft ? inst->ft->getPropertyCount(inst, nullptr) : 0;
     for (CMPICount i = 0; i < n; ++i) {
         CMPIString* name = nullptr;
