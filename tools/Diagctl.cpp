@@ -13,6 +13,7 @@
 #include "tools/ProfileRun.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -258,6 +259,8 @@ int Diagctl::serve(diaghost::Host& host) {
     options.certificateFile = options_.certificateFile;
     options.keyFile = options_.keyFile;
     options.passwordFile = options_.passwordFile;
+    options.concurrentVerifications = options_.verifications;
+    options.verificationWait = std::chrono::milliseconds(options_.verificationWaitMilliseconds);
     std::ofstream logFile;
     if (options_.accessLog == "-") {
         options.accessLog = &err_;

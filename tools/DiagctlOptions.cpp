@@ -26,6 +26,19 @@ const std::map<std::string, CommandShape>& commands() {
     return table;
 }
 
+// An option's value as a number from low to high. Digits only: strtoul alone would also take
+// leading blanks and a sign ("-0" as 0).
+unsigned numberIn(const std::string& text, unsigned long low, unsigned long high,
+                  const std::string& refusal) {
+    if (text.empty() || text[0] < '0' || text[0] > '9')
+        throw UsageError(refusal);
+    char* end = nullptr;
+    const unsigned long n = std::strtoul(text.c_str(), &end, 10);
+    if (*end != '\0' || n < low || n > high)
+        throw UsageError(refusal);
+    return static_cast<unsigned>(n);
+}
+
 } // namespace
 
 void DiagctlOptions::usage(std::ostream& out) {
@@ -42,12 +55,16 @@ void DiagctlOptions::usage(std::ostream& out) {
            "  demo                          every service on every element it can test\n"
            "  serve [--listen ADDR:PORT] [--threads N] [--access-log FILE|-]\n"
            "        [--idle-timeout SECONDS] [--cert FILE --key FILE]\n"
-           "        [--password-file FILE] [--unauthenticated-remote]\n"
+           "        [--password-file FILE [--verifications N] [--verification-wait MS]]\n"
+           "        [--unauthenticated-remote]\n"
            "                                answer WBEM clients (CIM-XML over HTTP, or HTTPS\n"
            "                                with --cert and --key) until SIGTERM; default\n"
            "                                127.0.0.1:5988, --listen repeatable; with\n"
            "                                --password-file every request needs Basic\n"
-           "                                credentials and any address may be listened on\n"
+           "                                credentials and any address may be listened on;\n"
+           "                                N passwords are verified at once (1; 0: no limit),\n"
+           "                                a request waits MS ms (2000) for its turn, then\n"
+           "                                is answered 503\n"
            "  passwd FILE USER              set USER's password (a line on stdin) in a\n"
            "                                password file for serve\n"
            "paths are in the DMTF text form, e.g. 'ZORQ_NetworkPort.DeviceID=\"eth0\",...'\n"
@@ -68,6 +85,7 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
     bool sawFilter = false;
     bool sawNames = false;
     bool sawServe = false;
+    bool sawVerification = false;
     bool sawProfile = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
@@ -86,12 +104,8 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
         } else if (a == "--profile") {
             o.profile = sawProfile = true;
         } else if (a == "--loops") {
-            const std::string t = value();
-            char* end = nullptr;
-            unsigned long n = std::strtoul(t.c_str(), &end, 10);
-            if (t.empty() || *end != '\0' || n == 0 || n > 1000000)
-                throw UsageError("--loops takes a number from 1 to 1000000");
-            o.loops = static_cast<unsigned>(n), sawProfile = true;
+            o.loops = numberIn(value(), 1, 1000000, "--loops takes a number from 1 to 1000000");
+            sawProfile = true;
         } else if (a == "--names") {
             o.names = sawNames = true;
         } else if (a == "--dialect") {
@@ -111,19 +125,21 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
         } else if (a == "--listen") {
             o.listen.push_back(value()), sawServe = true;
         } else if (a == "--threads") {
-            const std::string t = value();
-            char* end = nullptr;
-            unsigned long n = std::strtoul(t.c_str(), &end, 10);
-            if (t.empty() || *end != '\0' || n == 0 || n > 256)
-                throw UsageError("--threads takes a number from 1 to 256");
-            o.threads = static_cast<unsigned>(n), sawServe = true;
+            o.threads = numberIn(value(), 1, 256, "--threads takes a number from 1 to 256");
+            sawServe = true;
         } else if (a == "--idle-timeout") {
-            const std::string t = value();
-            char* end = nullptr;
-            unsigned long n = std::strtoul(t.c_str(), &end, 10);
-            if (t.empty() || *end != '\0' || n == 0 || n > 86400)
-                throw UsageError("--idle-timeout takes a number of seconds from 1 to 86400");
-            o.idleTimeoutSeconds = static_cast<unsigned>(n), sawServe = true;
+            o.idleTimeoutSeconds = numberIn(
+                value(), 1, 86400, "--idle-timeout takes a number of seconds from 1 to 86400");
+            sawServe = true;
+        } else if (a == "--verifications") {
+            o.verifications =
+                numberIn(value(), 0, 64, "--verifications takes a number from 0 (no limit) to 64");
+            sawServe = sawVerification = true;
+        } else if (a == "--verification-wait") {
+            o.verificationWaitMilliseconds =
+                numberIn(value(), 0, 60000,
+                         "--verification-wait takes a number of milliseconds from 0 to 60000");
+            sawServe = sawVerification = true;
         } else if (a == "--unauthenticated-remote") {
             o.unauthenticatedRemote = true, sawServe = true;
         } else if (a == "--cert") {
@@ -163,7 +179,11 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
         throw UsageError("association filters apply to assoc only");
     if (sawServe && shape.command != Command::Serve)
         throw UsageError("--listen, --threads, --access-log, --idle-timeout, --cert, --key, "
-                         "--password-file and --unauthenticated-remote apply to serve only");
+                         "--password-file, --verifications, --verification-wait and "
+                         "--unauthenticated-remote apply to serve only");
+    // Only passwords are verified: without a file to check them against these would do nothing.
+    if (sawVerification && o.passwordFile.empty())
+        throw UsageError("--verifications and --verification-wait need --password-file");
     if (sawProfile && shape.command != Command::Run)
         throw UsageError("--profile and --loops apply to run only");
     if (o.loops != 0 && !o.profile)

@@ -53,6 +53,10 @@ struct DiagctlOptions {
     std::string certificateFile;        // with keyFile: serve HTTPS
     std::string keyFile;
     std::string passwordFile; // empty: requests are not authenticated
+    // Password verifications running at once (0: no limit), and how long a request waits for
+    // one before it is answered 503.
+    unsigned verifications = 1;
+    unsigned verificationWaitMilliseconds = 2000;
 
     // Throws UsageError.
     static DiagctlOptions parse(int argc, const char* const* argv);

@@ -2,12 +2,15 @@
 // registrations and provider libraries, on the scratch machine of the provider tests.
 #include "ProviderTestSupport.h"
 
+#include "server/WbemHttpServer.h"
+#include "tools/DiagctlOptions.h"
 #include "tools/OutputFormatter.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -228,6 +231,52 @@ TEST_F(DiagctlTest, VerboseShowsTheProvidersLogLinesOnStderr) {
     const Outcome verbose = diagctl({"--verbose", "enum", "ZORQ_FSDiagService", "--names"});
     EXPECT_TRUE(has(verbose.err, "+++ EnumInstanceNames")) << verbose.err;
     EXPECT_EQ(verbose.out, quiet.out);
+}
+
+TEST(DiagctlOptionsTest, VerificationLimitsTakeTheirRangesForServeWithAPasswordFileOnly) {
+    using NQORVA20::tools::DiagctlOptions;
+    using NQORVA20::tools::UsageError;
+    auto parse = [](std::vector<const char*> args) {
+        args.insert(args.begin(), "diagctl");
+        return DiagctlOptions::parse(static_cast<int>(args.size()), args.data());
+    };
+    auto refusal = [&](std::vector<const char*> args) -> std::string {
+        try {
+            parse(std::move(args));
+        } catch (const UsageError& e) {
+            return e.what();
+        }
+        return "taken";
+    };
+
+    // Left out, they are the server's own defaults.
+    const DiagctlOptions plain = parse({"serve", "--password-file", "p"});
+    const diagserver::WbemHttpServer::Options server;
+    EXPECT_EQ(plain.verifications, server.concurrentVerifications);
+    EXPECT_EQ(std::chrono::milliseconds(plain.verificationWaitMilliseconds),
+              server.verificationWait);
+
+    const DiagctlOptions low = parse(
+        {"serve", "--verifications", "0", "--verification-wait", "0", "--password-file", "p"});
+    EXPECT_EQ(low.verifications, 0u);
+    EXPECT_EQ(low.verificationWaitMilliseconds, 0u);
+    const DiagctlOptions high = parse(
+        {"serve", "--password-file", "p", "--verifications", "64", "--verification-wait", "60000"});
+    EXPECT_EQ(high.verifications, 64u);
+    EXPECT_EQ(high.verificationWaitMilliseconds, 60000u);
+
+    for (const char* bad : {"65", "-1", "", " 2", "+2", "2x", "99999999999999999999"})
+        EXPECT_EQ(refusal({"serve", "--password-file", "p", "--verifications", bad}),
+                  "--verifications takes a number from 0 (no limit) to 64")
+            << bad;
+    for (const char* bad : {"60001", "-0", "1.5"})
+        EXPECT_EQ(refusal({"serve", "--password-file", "p", "--verification-wait", bad}),
+                  "--verification-wait takes a number of milliseconds from 0 to 60000")
+            << bad;
+    EXPECT_EQ(refusal({"serve", "--verification-wait", "10"}),
+              "--verifications and --verification-wait need --password-file");
+    EXPECT_NE(refusal({"classes", "--verifications", "2"}).find("apply to serve only"),
+              std::string::npos);
 }
 
 TEST(OutputFormatterTest, JsonStringsEscapeQuotesBackslashesAndControlCharacters) {
