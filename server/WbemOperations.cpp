@@ -296,7 +296,10 @@ std::vector<std::string> associatedClasses(const ClassRepository& classes, const
 
 WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, Operation operation,
                                               CimXmlWriter& out) {
-    auto queue = std::make_shared<ResultQueue>(queueCapacity_);
+    // Paths are a tenth of an instance or less: a longer queue of them costs little memory and
+    // spares the two threads most of their hand-overs.
+    const bool paths = kind == Reply::Items::InstanceNames || kind == Reply::Items::ObjectPaths;
+    auto queue = std::make_shared<ResultQueue>(paths ? queueCapacity_ * 8 : queueCapacity_);
     if (producers_.fetch_add(1) < maxProducers) {
         try {
             reply.producer_ = std::thread([this, queue, operation] {

@@ -31,7 +31,8 @@ namespace diagserver {
 class WbemOperations {
 public:
     // The host must outlive this object; hostName goes into the paths answered. An operation
-    // still running holds at most queueCapacity of its answers not yet written.
+    // still running holds at most queueCapacity of its instances not yet written (eight times
+    // as many paths).
     explicit WbemOperations(diaghost::Host& host, std::string hostName = "localhost",
                             std::size_t queueCapacity = 128);
 
