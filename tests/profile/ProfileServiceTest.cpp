@@ -162,6 +162,12 @@ TEST_F(ProfileServiceTest, ARunBecomesAJobThatCompletesWithItsRecordsAndAssociat
     ASSERT_EQ(1u, applies.paths().size());
 
     // The profile and the services that conform to it.
+    OperationResult profiles = host.enumerateInstances("root/cimv2", "PT_RegisteredProfile");
+    ASSERT_EQ(1u, profiles.instances().size());
+    const CMPIInstance* profile = profiles.instances()[0];
+    EXPECT_EQ("2", host.propertyText(profile, "RegisteredOrganization").value_or("")); // DMTF
+    EXPECT_EQ("Diagnostics", host.propertyText(profile, "RegisteredName").value_or(""));
+    EXPECT_EQ("2.0.0", host.propertyText(profile, "RegisteredVersion").value_or(""));
     OperationResult conforming =
         host.enumerateInstances("root/cimv2", "PT_ElementConformsToProfile");
     EXPECT_EQ(3u, conforming.instances().size());
