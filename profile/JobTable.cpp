@@ -1,6 +1,8 @@
 #include "profile/JobTable.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <utility>
 
 namespace NQORVA20::profile {
 
@@ -13,18 +15,26 @@ void JobTable::purge() {
         std::remove_if(jobs_.begin(), jobs_.end(),
                        [now](const std::shared_ptr<DiagJob>& job) { return job->expired(now); }),
         jobs_.end());
-    std::vector<std::shared_ptr<DiagJob>> ended;
+    // Each ended job's end read once; only the surplus of oldest ones is picked out, so that a
+    // full table costs one pass per new job rather than a sort of all it keeps.
+    std::vector<std::pair<ProfileClock::Micros, const DiagJob*>> ended;
     for (const auto& job : jobs_)
         if (job->ended())
-            ended.push_back(job);
+            ended.emplace_back(job->endTime(), job.get());
     if (ended.size() <= maxEnded_)
         return;
-    std::sort(ended.begin(), ended.end(),
-              [](const auto& a, const auto& b) { return a->endTime() < b->endTime(); });
-    ended.resize(ended.size() - maxEnded_);
+    const std::size_t surplus = ended.size() - maxEnded_;
+    std::nth_element(ended.begin(), ended.begin() + static_cast<std::ptrdiff_t>(surplus - 1),
+                     ended.end());
+    std::vector<const DiagJob*> oldest;
+    oldest.reserve(surplus);
+    for (std::size_t i = 0; i < surplus; ++i)
+        oldest.push_back(ended[i].second);
+    std::sort(oldest.begin(), oldest.end());
     jobs_.erase(std::remove_if(jobs_.begin(), jobs_.end(),
                                [&](const std::shared_ptr<DiagJob>& job) {
-                                   return std::find(ended.begin(), ended.end(), job) != ended.end();
+                                   return std::binary_search(oldest.begin(), oldest.end(),
+                                                             job.get());
                                }),
                 jobs_.end());
 }
