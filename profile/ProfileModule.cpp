@@ -284,7 +284,17 @@ CMPIStatus ProfileModule::get(const CMPIBroker* broker, const CMPIResult* result
                               const CMPIObjectPath* op) noexcept {
     return answered(broker, [&] {
         const ObjectName wanted = ObjectName::fromPath(op);
-        for (const CimObject& object : objects(wanted.className))
+        std::vector<CimObject> candidates;
+        if (sameName(wanted.className, classes_.job)) {
+            // A client polling its job is the common read: found by key, not among every job.
+            for (const auto& [key, value] : wanted.keys)
+                if (sameName(key, "InstanceID"))
+                    if (std::shared_ptr<DiagJob> job = jobs_.find(value))
+                        candidates.push_back(job->toObject(classes_.job));
+        } else {
+            candidates = objects(wanted.className);
+        }
+        for (const CimObject& object : candidates)
             if (object.name().matches(wanted)) {
                 deliver(broker, result, object, nameSpaceOf(op), false);
                 CmpiBoundary::returnDone(result);
