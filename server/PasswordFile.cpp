@@ -85,21 +85,20 @@ bool PasswordFile::Stamp::operator==(const Stamp& o) const {
 
 PasswordFile::PasswordFile(std::string path) : PasswordFile(std::move(path), Options()) {}
 
-PasswordFile::PasswordFile(std::string path, Options options)
-    : path_(std::move(path)), options_(std::move(options)) {
+PasswordFile::PasswordFile(std::string path, Options options) try
+    : Authenticator(options), path_(std::move(path)), options_(std::move(options)) {
     if (!options_.crypt)
         options_.crypt = crypt_r;
-    try {
-        cache_ = std::make_unique<CredentialCache>(options_.cacheCapacity, options_.cacheLifetime,
-                                                   options_.now);
-    } catch (const std::runtime_error& e) {
-        throw Error(e.what(), 0);
-    }
     std::lock_guard<std::mutex> lock(mutex_);
     refresh();
     if (!problem_.empty())
         throw Error(problem_, problemLine_);
     decoy_ = hash("the decoy of a user who is not in the file");
+} catch (const Error&) {
+    throw;
+} catch (const std::runtime_error& e) {
+    // The remembered successes' key could not be drawn.
+    throw Error(e.what(), 0);
 }
 
 std::map<std::string, std::string> PasswordFile::parse(const std::string& text,
@@ -140,7 +139,7 @@ void PasswordFile::refresh() {
         hashes_.clear();
         if (!(stamp_ == Stamp{})) {
             ++generation_;
-            cache_->clear();
+            forgetSuccesses();
         }
         stamp_ = Stamp{};
         return;
@@ -151,7 +150,7 @@ void PasswordFile::refresh() {
     // The stamp is taken before the reading: a change made meanwhile is read at the next call.
     stamp_ = now;
     ++generation_;
-    cache_->clear();
+    forgetSuccesses();
     try {
         bool missing = false;
         std::string text = readWhole(path_, missing);
@@ -167,38 +166,11 @@ void PasswordFile::refresh() {
     }
 }
 
-bool PasswordFile::takeSlot() {
-    const unsigned limit = options_.concurrentVerifications;
-    if (limit == 0)
-        return true;
-    std::unique_lock<std::mutex> lock(slotMutex_);
-    if (running_ < limit) {
-        ++running_;
-        return true;
-    }
-    if (waiting_ >= options_.waitingVerifications)
-        return false;
-    ++waiting_;
-    const bool freed =
-        slotFreed_.wait_for(lock, options_.verificationWait, [&] { return running_ < limit; });
-    --waiting_;
-    if (freed)
-        ++running_;
-    return freed;
-}
-
-void PasswordFile::releaseSlot() {
-    if (options_.concurrentVerifications == 0)
-        return;
-    {
-        std::lock_guard<std::mutex> lock(slotMutex_);
-        --running_;
-    }
-    slotFreed_.notify_one();
-}
-
-PasswordFile::Verdict PasswordFile::check(const std::string& user, const std::string& password) {
+PasswordFile::Verdict PasswordFile::check(const std::string& user, const std::string& password,
+                                          std::string& why) {
+    why.clear();
     std::string stored;
+    std::string problem;
     bool known = false;
     std::uint64_t generation = 0;
     {
@@ -208,37 +180,20 @@ PasswordFile::Verdict PasswordFile::check(const std::string& user, const std::st
         known = found != hashes_.end();
         stored = known ? found->second : decoy_;
         generation = generation_;
+        problem = problem_;
     }
     const bool whole = password.find('\0') == std::string::npos;
-    // Looked up for unknown users too, so that they cost the same.
-    const bool remembered = cache_->contains(user, password, generation);
-    if (known && whole && remembered)
-        return Verdict::Accepted;
-
-    if (!takeSlot())
-        return Verdict::Busy;
-    bool same = false;
-    try {
+    const Verdict verdict = rememberedOrVerified(user, password, generation, known && whole, [&] {
         // crypt_data is large: on the heap, one per call, so calls run side by side.
         auto data = std::make_unique<crypt_data>();
         const char* computed = options_.crypt(password.c_str(), stored.c_str(), data.get());
-        same = computed && sameInConstantTime(computed, stored);
+        const bool same = computed && sameInConstantTime(computed, stored);
         explicit_bzero(data.get(), sizeof(crypt_data));
-    } catch (...) {
-        releaseSlot();
-        throw;
-    }
-    releaseSlot();
-    const bool ok = known && same && whole;
-    // Remembered under the generation read before verifying: had the file changed meanwhile,
-    // the entry is already dead.
-    if (ok)
-        cache_->insert(user, password, generation);
-    return ok ? Verdict::Accepted : Verdict::Refused;
-}
-
-bool PasswordFile::verify(const std::string& user, const std::string& password) {
-    return check(user, password) == Verdict::Accepted;
+        return known && same && whole;
+    });
+    if (verdict == Verdict::Refused)
+        why = problem;
+    return verdict;
 }
 
 std::string PasswordFile::problem() const {

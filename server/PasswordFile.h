@@ -4,24 +4,21 @@
 // at the next request; a file that no longer reads lets nobody in until it is mended.
 //
 // A crypt(3) verification is costly on purpose (yescrypt: tens of milliseconds of CPU and
-// megabytes of memory), so check() remembers recent successes in a CredentialCache tied to the
-// file's generation (any change to the file forgets them all), and lets only a few verifications
-// run at once: the others wait a bounded time and are then answered Busy, so a flood of wrong
-// passwords holds a bounded number of threads and cores.
+// megabytes of memory), so check() remembers recent successes, tied to the file's generation (any
+// change to the file forgets them all), and lets only a few verifications run at once: the others
+// wait a bounded time and are then answered Busy, so a flood of wrong passwords holds a bounded
+// number of threads and cores (both as every Authenticator does).
 #ifndef DIAGSERVER_PASSWORDFILE_H
 #define DIAGSERVER_PASSWORDFILE_H
 
-#include "server/CredentialCache.h"
+#include "server/Authenticator.h"
 
 #include <crypt.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -29,7 +26,7 @@
 
 namespace diagserver {
 
-class PasswordFile {
+class PasswordFile : public Authenticator {
 public:
     // A file that cannot be read or a line that is not USER:HASH; what() names the file and,
     // for a bad line, its number ("FILE:LINE: ...").
@@ -44,23 +41,12 @@ public:
         unsigned line_;
     };
 
-    struct Options {
-        // Successful verifications remembered (0: none), and for how long each.
-        std::size_t cacheCapacity = 1024;
-        std::chrono::seconds cacheLifetime{60};
-        // crypt(3) verifications running at once (0: no limit); how many more may wait for one
-        // to end, and for how long each, before check() answers Busy.
-        unsigned concurrentVerifications = 1;
-        unsigned waitingVerifications = 2;
-        std::chrono::milliseconds verificationWait{2000};
+    // The limits are on crypt(3) verifications.
+    struct Options : Authenticator::Limits {
         // What hashes a password to compare with the stored hash: crypt_r when empty. Tests put
         // one here that counts or holds the calls.
         std::function<const char*(const char* phrase, const char* setting, crypt_data* data)> crypt;
-        // The clock cache entries expire by: steady_clock when empty.
-        std::function<CredentialCache::Clock::time_point()> now;
     };
-
-    enum class Verdict { Accepted, Refused, Busy };
 
     // Reads the file; throws Error.
     explicit PasswordFile(std::string path);
@@ -68,15 +54,15 @@ public:
     PasswordFile(const PasswordFile&) = delete;
     PasswordFile& operator=(const PasswordFile&) = delete;
 
+    using Authenticator::check;
     // Whether the password is the user's: Accepted from the cache when these credentials
     // verified against this version of the file lately, otherwise after a crypt(3)
     // verification, which is remembered when it succeeds. Busy when no verification could be
     // started within Options::verificationWait, or too many were waiting already. An unknown
     // user costs as much time as a known one, and the hash comparison takes the same time
-    // wherever the first difference lies. Thread-safe.
-    Verdict check(const std::string& user, const std::string& password);
-    // check() == Accepted.
-    bool verify(const std::string& user, const std::string& password);
+    // wherever the first difference lies. A refusal's why is problem() when the file does not
+    // read. Thread-safe.
+    Verdict check(const std::string& user, const std::string& password, std::string& why) override;
     // Why the last reading of a changed file failed; empty while the file reads.
     std::string problem() const;
     std::size_t userCount() const;
@@ -102,9 +88,6 @@ private:
                                                     const std::string& path);
     // Reads the file again when its stamp has changed; called with mutex_ held.
     void refresh();
-    // Takes one of the verifications allowed at once, waiting as Options say; false: none came.
-    bool takeSlot();
-    void releaseSlot();
 
     std::string path_;
     Options options_;
@@ -112,11 +95,6 @@ private:
     Stamp stamp_;
     // Counts the readings of a changed file: cache entries of an older one are dead.
     std::uint64_t generation_ = 0;
-    std::unique_ptr<CredentialCache> cache_;
-    std::mutex slotMutex_;
-    std::condition_variable slotFreed_;
-    unsigned running_ = 0;
-    unsigned waiting_ = 0;
     std::map<std::string, std::string> hashes_;
     std::string problem_;
     unsigned problemLine_ = 0;
