@@ -3,7 +3,7 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           clang libclang-rt-14-dev clang-format
-          libexpat1-dev libmicrohttpd-dev libgnutls28-dev libcrypt-dev
+          libexpat1-dev libmicrohttpd-dev libgnutls28-dev libcrypt-dev libpam0g-dev
           sblim-wbemcli python3 openssl curl)
 missing=()
 for p in "${packages[@]}"; do

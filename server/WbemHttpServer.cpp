@@ -2,7 +2,9 @@
 
 #include "host/text/CimNames.h"
 #include "server/AnswerStream.h"
+#include "server/Authenticator.h"
 #include "server/CimXmlDecoder.h"
+#include "server/PamAuthenticator.h"
 #include "server/PasswordFile.h"
 #include "server/WbemOperations.h"
 
@@ -439,35 +441,35 @@ struct WbemHttpServer::Impl {
         return plain(connection, status, cimError);
     }
 
-    // Whether the request holds Basic credentials the password file knows (Busy: they could not
+    // Whether the request holds Basic credentials the authenticator takes (Busy: they could not
     // be verified in time); a refusal is logged with its reason and the user name given, never
     // the password.
-    PasswordFile::Verdict authenticated(MHD_Connection* connection, Exchange& exchange) {
+    Authenticator::Verdict authenticated(MHD_Connection* connection, Exchange& exchange) {
         char* password = nullptr;
         char* user = MHD_basic_auth_get_username_password(connection, &password);
         if (!user) {
             log(connection, "-", "-", "401 no Basic credentials", exchange);
-            return PasswordFile::Verdict::Refused;
+            return Authenticator::Verdict::Refused;
         }
-        PasswordFile::Verdict verdict = PasswordFile::Verdict::Refused;
+        Authenticator::Verdict verdict = Authenticator::Verdict::Refused;
         std::string given;
+        std::string why;
         try {
             if (password) {
                 given = password;
-                verdict = passwords->check(user, given);
+                verdict = authenticator->check(user, given, why);
             }
         } catch (...) {
-            verdict = PasswordFile::Verdict::Refused;
+            verdict = Authenticator::Verdict::Refused;
         }
         explicit_bzero(given.data(), given.size());
-        if (verdict == PasswordFile::Verdict::Busy) {
+        if (verdict == Authenticator::Verdict::Busy) {
             log(connection, "-", "-",
                 "503 no password verification free in time for user " + headerText(user), exchange);
-        } else if (verdict != PasswordFile::Verdict::Accepted) {
-            const std::string problem = passwords->problem();
+        } else if (verdict != Authenticator::Verdict::Accepted) {
             log(connection, "-", "-",
                 "401 wrong credentials for user " + headerText(user) +
-                    (problem.empty() ? "" : " (" + problem + ")"),
+                    (why.empty() ? "" : " (" + why + ")"),
                 exchange);
         }
         if (password) {
@@ -514,17 +516,17 @@ struct WbemHttpServer::Impl {
                 exchange = new Exchange;
                 *context = exchange;
                 // Nothing of a request without valid credentials is read or acted on.
-                if (impl->passwords) {
-                    const PasswordFile::Verdict verdict =
+                if (impl->authenticator) {
+                    const Authenticator::Verdict verdict =
                         impl->authenticated(connection, *exchange);
-                    if (verdict == PasswordFile::Verdict::Busy) {
+                    if (verdict == Authenticator::Verdict::Busy) {
                         // Not 401: the credentials may well be right, and clients take 401 as
                         // a wrong password. Retry-After asks for another try after the wait.
                         exchange->answered = true;
                         return impl->plain(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "",
                                            "Retry-After", impl->retryAfter.c_str());
                     }
-                    if (verdict != PasswordFile::Verdict::Accepted) {
+                    if (verdict != Authenticator::Verdict::Accepted) {
                         exchange->answered = true;
                         return impl->unauthorized(connection);
                     }
@@ -578,7 +580,8 @@ struct WbemHttpServer::Impl {
     WbemOperations operations;
     std::vector<Listener> listeners;
     std::mutex logMutex;
-    std::unique_ptr<PasswordFile> passwords;
+    // A PasswordFile or a PamAuthenticator; null when requests are not authenticated.
+    std::unique_ptr<Authenticator> authenticator;
     // Seconds, for the Retry-After of a 503 when no verification was free in time.
     std::string retryAfter = "1";
     // Kept while serving: the TLS library is handed them by address.
@@ -617,33 +620,52 @@ void WbemHttpServer::start() {
             tlsOptions.push_back({MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(priorities)});
         }
         tlsOptions.push_back({MHD_OPTION_END, 0, nullptr});
-        impl_->passwords.reset();
-        if (!o.passwordFile.empty()) {
+        impl_->authenticator.reset();
+        if (!o.passwordFile.empty() && !o.pamService.empty())
+            throw StartError("a password file and a PAM service were both given: requests are "
+                             "authenticated by one of them");
+        if (!o.pamConfigDir.empty() && o.pamService.empty())
+            throw StartError("a PAM configuration folder was given without a PAM service");
+        if (!o.passwordFile.empty() || !o.pamService.empty()) {
             if (MHD_is_feature_supported(MHD_FEATURE_BASIC_AUTH) != MHD_YES)
                 throw StartError("this libmicrohttpd is built without Basic authentication");
-            PasswordFile::Options po;
-            po.concurrentVerifications = o.concurrentVerifications;
-            po.verificationWait = o.verificationWait;
+            Authenticator::Limits limits;
+            limits.concurrentVerifications = o.concurrentVerifications;
+            limits.verificationWait = o.verificationWait;
             // Waiting requests hold their thread: at least one is left for the others.
             const unsigned threads = o.threads ? o.threads : 1;
-            po.waitingVerifications = threads > o.concurrentVerifications + 1
-                                          ? threads - o.concurrentVerifications - 1
-                                          : 0;
+            limits.waitingVerifications = threads > o.concurrentVerifications + 1
+                                              ? threads - o.concurrentVerifications - 1
+                                              : 0;
             const auto waited = std::chrono::ceil<std::chrono::seconds>(o.verificationWait);
             impl_->retryAfter = std::to_string(waited.count() > 0 ? waited.count() : 1);
-            try {
-                impl_->passwords = std::make_unique<PasswordFile>(o.passwordFile, po);
-            } catch (const PasswordFile::Error& e) {
-                throw StartError(std::string("the password file ") + e.what());
+            if (!o.passwordFile.empty()) {
+                PasswordFile::Options po;
+                static_cast<Authenticator::Limits&>(po) = limits;
+                try {
+                    impl_->authenticator = std::make_unique<PasswordFile>(o.passwordFile, po);
+                } catch (const PasswordFile::Error& e) {
+                    throw StartError(std::string("the password file ") + e.what());
+                }
+            } else {
+                PamAuthenticator::Options pamOptions;
+                static_cast<Authenticator::Limits&>(pamOptions) = limits;
+                pamOptions.configDir = o.pamConfigDir;
+                try {
+                    impl_->authenticator =
+                        std::make_unique<PamAuthenticator>(o.pamService, pamOptions);
+                } catch (const std::runtime_error& e) {
+                    throw StartError(e.what());
+                }
             }
         }
         for (const std::string& address : o.listen) {
             bool ipv6 = false;
             sockaddr_storage socketAddress = parseListen(address, ipv6);
-            if (!impl_->passwords && !o.unauthenticatedRemote && !isLoopback(socketAddress))
+            if (!impl_->authenticator && !o.unauthenticatedRemote && !isLoopback(socketAddress))
                 throw StartError("refusing to serve " + address +
                                  " without authentication to clients elsewhere: only loopback "
-                                 "addresses are served without a password file, "
+                                 "addresses are served without a password file or PAM service, "
                                  "unless unauthenticated remote clients are allowed");
             unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL;
             if (ipv6)

@@ -3,10 +3,10 @@
 // from WbemOperations. What is not a CIM request gets the HTTP status and the CIMError header
 // that name the fault, and the server goes on. Requests are served by a fixed pool of threads,
 // bodies past a size and connections past a count are refused, idle connections are closed.
-// Optionally over TLS, and with HTTP Basic authentication against a password file: then a request
-// without valid credentials is answered 401 before any of it is read. Credentials verified lately
-// are taken without hashing again; while the verifications allowed at once are all taken and the
-// wait for one runs out, a request is answered 503 with Retry-After instead.
+// Optionally over TLS, and with HTTP Basic authentication against a password file or by PAM: then
+// a request without valid credentials is answered 401 before any of it is read. Credentials
+// verified lately are taken without verifying again; while the verifications allowed at once are
+// all taken and the wait for one runs out, a request is answered 503 with Retry-After instead.
 #ifndef DIAGSERVER_WBEMHTTPSERVER_H
 #define DIAGSERVER_WBEMHTTPSERVER_H
 
@@ -44,19 +44,23 @@ public:
         std::string keyFile;
         // A PasswordFile every request must hold Basic credentials from; empty: none asked for.
         std::string passwordFile;
+        // Instead of a password file, the PAM service (a PamAuthenticator) Basic credentials are
+        // checked by, and optionally the folder its file is read from instead of the system's.
+        std::string pamService;
+        std::string pamConfigDir;
         std::string realm = "CIM";
-        // crypt(3) verifications of passwords running at once (0: no limit), and how long a
-        // request waits for one before it is answered 503. At most threads - this - 1 requests
-        // wait, so that a thread is left for requests needing no verification.
+        // Verifications of passwords (crypt(3) or PAM) running at once (0: no limit), and how
+        // long a request waits for one before it is answered 503. At most threads - this - 1
+        // requests wait, so that a thread is left for requests needing no verification.
         unsigned concurrentVerifications = 1;
         std::chrono::milliseconds verificationWait{2000};
-        // Without a password file, addresses other than loopback ones are refused unless this
+        // Without authentication, addresses other than loopback ones are refused unless this
         // says the operator wants unauthenticated clients from elsewhere anyway.
         bool unauthenticatedRemote = false;
     };
 
-    // A listening address, certificate, key or password file that cannot be used; what() says
-    // which and why.
+    // A listening address, certificate, key, password file or PAM service that cannot be used, or
+    // both a password file and a PAM service given; what() says which and why.
     class StartError : public std::runtime_error {
     public:
         using std::runtime_error::runtime_error;

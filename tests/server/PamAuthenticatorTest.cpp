@@ -1,0 +1,323 @@
+// Basic credentials checked by PAM, with services of the test's own in a temporary folder: a
+// pam_exec script stands in for the password database (it knows alice and held, counts its runs,
+// and keeps held waiting until told), so that the tests need neither root nor real accounts.
+// Then the same through the WBEM server: what a client gets for good and for wrong credentials.
+#include "server/PamAuthenticator.h"
+#include "server/WbemHttpServer.h"
+
+#include "../providers/ProviderTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using diagserver::PamAuthenticator;
+using diagserver::WbemHttpServer;
+using Verdict = PamAuthenticator::Verdict;
+using namespace std::chrono_literals;
+
+// The folder PAM loads its modules from here, or empty when pam_exec.so is nowhere to be found.
+std::string moduleFolder() {
+    const std::string arch = DIAGSERVER_TEST_MULTIARCH;
+    std::vector<std::string> candidates;
+    if (!arch.empty())
+        candidates = {"/usr/lib/" + arch + "/security", "/lib/" + arch + "/security"};
+    for (const char* folder : {"/usr/lib64/security", "/usr/lib/security", "/lib/security"})
+        candidates.emplace_back(folder);
+    for (const std::string& folder : candidates)
+        if (fs::exists(folder + "/pam_exec.so") && fs::exists(folder + "/pam_permit.so") &&
+            fs::exists(folder + "/pam_deny.so") && fs::exists(folder + "/pam_faildelay.so"))
+            return folder;
+    return {};
+}
+
+// A temporary folder of PAM service files. "check" authenticates with the script and permits
+// every account; "closed" authenticates the same and denies every account; "delayed" asks for a
+// four-second delay after a failure before authenticating the same. No "other" is there to fall
+// back to.
+class PamServices {
+public:
+    PamServices() {
+        std::string pattern = (fs::temp_directory_path() / "pamservices.XXXXXX").string();
+        if (!mkdtemp(pattern.data()))
+            throw std::runtime_error("no temporary folder");
+        dir_ = pattern;
+        modules_ = moduleFolder();
+        if (modules_.empty())
+            return;
+        const std::string script = (dir_ / "check.sh").string();
+        // pam_exec hands the password on stdin, ended by a NUL or by the end of the input.
+        std::ofstream(script) << "#!/bin/bash\n"
+                              << "echo \"$PAM_USER\" >>'" << path("runs") << "'\n"
+                              << "if [ \"$PAM_USER\" = held ]; then\n"
+                              << "  : >'" << path("inside") << "'\n"
+                              << "  for _ in $(seq 3000); do [ -e '" << path("open")
+                              << "' ] && break; sleep 0.01; done\n"
+                              << "fi\n"
+                              << "IFS= read -r -d '' password\n"
+                              << "case \"$PAM_USER:$password\" in\n"
+                              << "  'alice:correct horse:battery' | 'held:held pass') exit 0 ;;\n"
+                              << "esac\n"
+                              << "exit 1\n";
+        fs::permissions(script, fs::perms::owner_all);
+        const std::string auth =
+            "auth required " + modules_ + "/pam_exec.so expose_authtok quiet " + script + "\n";
+        write("check", auth + "account required " + modules_ + "/pam_permit.so\n");
+        write("closed", auth + "account required " + modules_ + "/pam_deny.so\n");
+        write("delayed", "auth optional " + modules_ + "/pam_faildelay.so delay=4000000\n" + auth +
+                             "account required " + modules_ + "/pam_permit.so\n");
+    }
+    ~PamServices() { fs::remove_all(dir_); }
+    PamServices(const PamServices&) = delete;
+    PamServices& operator=(const PamServices&) = delete;
+
+    bool usable() const { return !modules_.empty(); }
+    std::string folder() const { return dir_.string(); }
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+    // How often the script ran.
+    unsigned runs() const {
+        std::ifstream in(path("runs"));
+        unsigned n = 0;
+        for (std::string line; std::getline(in, line);)
+            ++n;
+        return n;
+    }
+    // Until the script holding "held" is inside.
+    void waitUntilHeld() const {
+        for (int i = 0; i < 3000 && !fs::exists(path("inside")); ++i)
+            std::this_thread::sleep_for(10ms);
+    }
+    void release() const { std::ofstream(path("open")).flush(); }
+
+private:
+    void write(const std::string& service, const std::string& text) {
+        std::ofstream(path(service)) << text;
+    }
+
+    fs::path dir_;
+    std::string modules_;
+};
+
+#define SKIP_WITHOUT_PAM_MODULES()                                                                 \
+    if (!services_.usable())                                                                       \
+    GTEST_SKIP() << "pam_exec.so, pam_permit.so, pam_deny.so or pam_faildelay.so is not installed"
+
+class PamAuthenticatorTest : public ::testing::Test {
+protected:
+    PamAuthenticator::Options options() const {
+        PamAuthenticator::Options o;
+        o.configDir = services_.folder();
+        return o;
+    }
+
+    PamServices services_;
+};
+
+TEST_F(PamAuthenticatorTest, TheRightPasswordIsAcceptedAndAnyOtherRefused) {
+    SKIP_WITHOUT_PAM_MODULES();
+    PamAuthenticator pam("check", options());
+    std::string why;
+    EXPECT_EQ(pam.check("alice", "correct horse:battery", why), Verdict::Accepted) << why;
+    EXPECT_EQ(why, "");
+
+    EXPECT_EQ(pam.check("alice", "correct horse:batter", why), Verdict::Refused);
+    EXPECT_NE(why.find("PAM service check: pam_authenticate: "), std::string::npos) << why;
+    EXPECT_EQ(why.find("batter"), std::string::npos) << "the password is in " << why;
+    EXPECT_FALSE(pam.verify("bob", "correct horse:battery"));
+    EXPECT_FALSE(pam.verify("Alice", "correct horse:battery"));
+    EXPECT_EQ(services_.runs(), 4u);
+
+    // Refused before any module runs: what PAM would see cut short or could not take.
+    EXPECT_EQ(pam.check("alice", std::string("correct horse:battery\0x", 23), why),
+              Verdict::Refused);
+    EXPECT_NE(why, "");
+    EXPECT_FALSE(pam.verify("alice", ""));
+    EXPECT_FALSE(pam.verify("", "correct horse:battery"));
+    EXPECT_FALSE(pam.verify("alice\n", "correct horse:battery"));
+    EXPECT_EQ(services_.runs(), 4u);
+}
+
+TEST_F(PamAuthenticatorTest, AnUnknownServiceAndAClosedAccountAreRefused) {
+    SKIP_WITHOUT_PAM_MODULES();
+    std::string why;
+    PamAuthenticator unknown("nosuch", options());
+    EXPECT_EQ(unknown.check("alice", "correct horse:battery", why), Verdict::Refused);
+    EXPECT_NE(why.find("PAM service nosuch: "), std::string::npos) << why;
+    EXPECT_EQ(services_.runs(), 0u);
+
+    PamAuthenticator closed("closed", options());
+    EXPECT_EQ(closed.check("alice", "correct horse:battery", why), Verdict::Refused);
+    EXPECT_NE(why.find("pam_acct_mgmt: "), std::string::npos) << why;
+    EXPECT_EQ(closed.check("alice", "correct horse:battery", why), Verdict::Refused)
+        << "a refused account was remembered";
+    EXPECT_EQ(services_.runs(), 2u);
+}
+
+TEST_F(PamAuthenticatorTest, BadServiceNamesAndFoldersAreRefusedAtOnce) {
+    for (const char* name : {"", "pam.d/check", "two words", "tab\there"})
+        EXPECT_THROW(PamAuthenticator(name, options()), PamAuthenticator::Error) << name;
+    PamAuthenticator::Options elsewhere = options();
+    elsewhere.configDir = services_.path("missing");
+    EXPECT_THROW(PamAuthenticator("check", elsewhere), PamAuthenticator::Error);
+    elsewhere.configDir = services_.path("check");
+    EXPECT_THROW(PamAuthenticator("check", elsewhere), PamAuthenticator::Error);
+}
+
+TEST_F(PamAuthenticatorTest, ASuccessIsRememberedAndAFailureNever) {
+    SKIP_WITHOUT_PAM_MODULES();
+    PamAuthenticator pam("check", options());
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(pam.verify("alice", "correct horse:battery"));
+    EXPECT_EQ(services_.runs(), 1u) << "remembered credentials were verified again";
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(pam.verify("alice", "wrong"));
+    EXPECT_EQ(services_.runs(), 4u) << "a wrong password was not verified every time";
+    EXPECT_FALSE(pam.verify("bob", "correct horse:battery")) << "alice's password let bob in";
+}
+
+TEST_F(PamAuthenticatorTest, AModulesDelayAfterAFailureIsNotSleptThrough) {
+    SKIP_WITHOUT_PAM_MODULES();
+    PamAuthenticator pam("delayed", options());
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_FALSE(pam.verify("alice", "wrong"));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 2s);
+    EXPECT_TRUE(pam.verify("alice", "correct horse:battery"));
+}
+
+TEST_F(PamAuthenticatorTest, AVerificationFindingTheLimitTakenIsBusyWhenItsWaitRunsOut) {
+    SKIP_WITHOUT_PAM_MODULES();
+    PamAuthenticator::Options limited = options();
+    limited.concurrentVerifications = 1;
+    limited.waitingVerifications = 1;
+    limited.verificationWait = 200ms;
+    PamAuthenticator pam("check", limited);
+    ASSERT_TRUE(pam.verify("alice", "correct horse:battery"));
+
+    auto held = std::async(std::launch::async, [&] { return pam.check("held", "held pass"); });
+    services_.waitUntilHeld();
+    // Remembered credentials need no verification, so they pass while the only one is taken.
+    EXPECT_EQ(pam.check("alice", "correct horse:battery"), Verdict::Accepted);
+    EXPECT_EQ(pam.check("bob", "x"), Verdict::Busy);
+    EXPECT_EQ(pam.check("alice", "wrong"), Verdict::Busy);
+    EXPECT_EQ(services_.runs(), 2u) << "a module ran past the limit";
+    services_.release();
+    EXPECT_EQ(held.get(), Verdict::Accepted);
+    EXPECT_EQ(pam.check("bob", "x"), Verdict::Refused) << "the turn was not given back";
+    EXPECT_EQ(services_.runs(), 3u);
+}
+
+// The WBEM server with a PAM service, asked over raw HTTP on loopback.
+class PamServingTest : public ::testing::Test {
+protected:
+    // The whole answer to EnumerateClassNames with these Basic credentials (base64).
+    static std::string exchange(unsigned short port, const std::string& credentials) {
+        const std::string body =
+            "<?xml version=\"1.0\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">"
+            "<MESSAGE ID=\"1\" PROTOCOLVERSION=\"1.0\"><SIMPLEREQ>"
+            "<IMETHODCALL NAME=\"EnumerateClassNames\"><LOCALNAMESPACEPATH>"
+            "<NAMESPACE NAME=\"root\"/><NAMESPACE NAME=\"cimv2\"/>"
+            "</LOCALNAMESPACEPATH></IMETHODCALL></SIMPLEREQ></MESSAGE></CIM>";
+        const std::string request =
+            "POST /cimom HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\nAuthorization: "
+            "Basic " +
+            credentials +
+            "\r\nCIMOperation: MethodCall\r\nCIMMethod: EnumerateClassNames\r\n"
+            "CIMObject: root%2Fcimv2\r\nContent-Type: application/xml; charset=\"utf-8\"\r\n"
+            "Content-Length: " +
+            std::to_string(body.size()) + "\r\n\r\n" + body;
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        std::string answer;
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+            send(fd, request.data(), request.size(), MSG_NOSIGNAL) ==
+                static_cast<ssize_t>(request.size())) {
+            char buffer[4096];
+            for (ssize_t n; (n = recv(fd, buffer, sizeof buffer, 0)) > 0;)
+                answer.append(buffer, static_cast<std::size_t>(n));
+        }
+        close(fd);
+        return answer;
+    }
+
+    WbemHttpServer::Options options() {
+        WbemHttpServer::Options o;
+        o.listen = {"127.0.0.1:0"};
+        o.pamService = "check";
+        o.pamConfigDir = services_.folder();
+        o.accessLog = &log_;
+        return o;
+    }
+
+    PamServices services_;
+    std::ostringstream log_;
+};
+
+TEST_F(PamServingTest, GoodCredentialsAreServedAndWrongOnesGet401) {
+    SKIP_WITHOUT_PAM_MODULES();
+    WbemHttpServer server(zorqtest::sharedHost(), options());
+    server.start();
+    const unsigned short port = server.ports().at(0);
+
+    // alice:correct horse:battery
+    const std::string good = exchange(port, "YWxpY2U6Y29ycmVjdCBob3JzZTpiYXR0ZXJ5");
+    EXPECT_EQ(good.rfind("HTTP/1.1 200 ", 0), 0u) << good;
+    EXPECT_NE(good.find("<CLASSNAME NAME=\"CIM_ManagedElement\"/>"), std::string::npos) << good;
+
+    // alice:correct horse, and mallory:correct horse:battery
+    for (const char* wrong :
+         {"YWxpY2U6Y29ycmVjdCBob3JzZQ==", "bWFsbG9yeTpjb3JyZWN0IGhvcnNlOmJhdHRlcnk="}) {
+        const std::string refused = exchange(port, wrong);
+        EXPECT_EQ(refused.rfind("HTTP/1.1 401 ", 0), 0u) << refused;
+        EXPECT_NE(refused.find("WWW-Authenticate: Basic realm=\"CIM\""), std::string::npos)
+            << refused;
+    }
+    server.stop();
+    EXPECT_NE(log_.str().find("401 wrong credentials for user alice (PAM service check: "
+                              "pam_authenticate: "),
+              std::string::npos)
+        << log_.str();
+    EXPECT_EQ(log_.str().find("correct horse"), std::string::npos) << "a password is logged";
+}
+
+TEST_F(PamServingTest, PamStandsInsteadOfAPasswordFileAndLetsRemoteClientsBeServed) {
+    auto startRefused = [](WbemHttpServer::Options o) {
+        try {
+            WbemHttpServer(zorqtest::sharedHost(), std::move(o)).start();
+        } catch (const WbemHttpServer::StartError&) {
+            return true;
+        }
+        return false;
+    };
+    WbemHttpServer::Options o = options();
+    o.passwordFile = services_.path("passwd");
+    EXPECT_TRUE(startRefused(o)) << "a password file and PAM together";
+    o = options();
+    o.pamService.clear();
+    EXPECT_TRUE(startRefused(o)) << "a PAM folder without a service";
+    o = options();
+    o.pamService = "../check";
+    EXPECT_TRUE(startRefused(o)) << "a service name with a '/'";
+    o = options();
+    o.listen = {"0.0.0.0:0"};
+    EXPECT_FALSE(startRefused(o)) << "PAM did not count as authentication";
+}
+
+} // namespace
