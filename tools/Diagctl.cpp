@@ -259,6 +259,8 @@ int Diagctl::serve(diaghost::Host& host) {
     options.certificateFile = options_.certificateFile;
     options.keyFile = options_.keyFile;
     options.passwordFile = options_.passwordFile;
+    options.pamService = options_.pamService;
+    options.pamConfigDir = options_.pamConfigDir;
     options.concurrentVerifications = options_.verifications;
     options.verificationWait = std::chrono::milliseconds(options_.verificationWaitMilliseconds);
     std::ofstream logFile;
@@ -291,7 +293,11 @@ int Diagctl::serve(diaghost::Host& host) {
         std::string address = options.listen[i].substr(0, options.listen[i].rfind(':'));
         err_ << "diagctl: serving CIM-XML on " << (options.keyFile.empty() ? "http" : "https")
              << "://" << address << ":" << ports[i] << "/cimom"
-             << (options.passwordFile.empty() ? "" : " (Basic authentication)") << "\n";
+             << (!options.passwordFile.empty() ? " (Basic authentication)"
+                 : !options.pamService.empty()
+                     ? " (Basic authentication by PAM service " + options.pamService + ")"
+                     : "")
+             << "\n";
     }
     err_.flush();
     int signal = 0;

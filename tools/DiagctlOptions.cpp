@@ -55,16 +55,18 @@ void DiagctlOptions::usage(std::ostream& out) {
            "  demo                          every service on every element it can test\n"
            "  serve [--listen ADDR:PORT] [--threads N] [--access-log FILE|-]\n"
            "        [--idle-timeout SECONDS] [--cert FILE --key FILE]\n"
-           "        [--password-file FILE [--verifications N] [--verification-wait MS]]\n"
-           "        [--unauthenticated-remote]\n"
+           "        [--password-file FILE | --pam SERVICE [--pam-config-dir DIR]]\n"
+           "        [--verifications N] [--verification-wait MS] [--unauthenticated-remote]\n"
            "                                answer WBEM clients (CIM-XML over HTTP, or HTTPS\n"
            "                                with --cert and --key) until SIGTERM; default\n"
            "                                127.0.0.1:5988, --listen repeatable; with\n"
            "                                --password-file every request needs Basic\n"
            "                                credentials and any address may be listened on;\n"
-           "                                N passwords are verified at once (1; 0: no limit),\n"
-           "                                a request waits MS ms (2000) for its turn, then\n"
-           "                                is answered 503\n"
+           "                                with --pam the same, the credentials checked by\n"
+           "                                the PAM service (its file in /etc/pam.d, or in\n"
+           "                                DIR); N passwords are verified at once (1; 0: no\n"
+           "                                limit), a request waits MS ms (2000) for its\n"
+           "                                turn, then is answered 503\n"
            "  passwd FILE USER              set USER's password (a line on stdin) in a\n"
            "                                password file for serve\n"
            "paths are in the DMTF text form, e.g. 'ZORQ_NetworkPort.DeviceID=\"eth0\",...'\n"
@@ -148,6 +150,10 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             o.keyFile = value(), sawServe = true;
         } else if (a == "--password-file") {
             o.passwordFile = value(), sawServe = true;
+        } else if (a == "--pam") {
+            o.pamService = value(), sawServe = true;
+        } else if (a == "--pam-config-dir") {
+            o.pamConfigDir = value(), sawServe = true;
         } else if (a == "--access-log") {
             o.accessLog = value(), sawServe = true;
         } else if (a == "--assoc-class") {
@@ -179,10 +185,15 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
         throw UsageError("association filters apply to assoc only");
     if (sawServe && shape.command != Command::Serve)
         throw UsageError("--listen, --threads, --access-log, --idle-timeout, --cert, --key, "
-                         "--password-file, --verifications, --verification-wait and "
-                         "--unauthenticated-remote apply to serve only");
-    // Only passwords are verified: without a file to check them against these would do nothing.
-    if (sawVerification && o.passwordFile.empty())
+                         "--password-file, --pam, --pam-config-dir, --verifications, "
+                         "--verification-wait and --unauthenticated-remote apply to serve only");
+    if (!o.passwordFile.empty() && !o.pamService.empty())
+        throw UsageError("--password-file and --pam cannot both be given");
+    if (!o.pamConfigDir.empty() && o.pamService.empty())
+        throw UsageError("--pam-config-dir needs --pam");
+    // Only passwords are verified: without a way to check them these would do nothing. The usage
+    // text printed after this names --pam as the other way.
+    if (sawVerification && o.passwordFile.empty() && o.pamService.empty())
         throw UsageError("--verifications and --verification-wait need --password-file");
     if (sawProfile && shape.command != Command::Run)
         throw UsageError("--profile and --loops apply to run only");

@@ -53,8 +53,12 @@ struct DiagctlOptions {
     std::string certificateFile;        // with keyFile: serve HTTPS
     std::string keyFile;
     std::string passwordFile; // empty: requests are not authenticated
-    // Password verifications running at once (0: no limit), and how long a request waits for
-    // one before it is answered 503.
+    // Instead of a password file, the PAM service checking the credentials, and the folder its
+    // file is read from (empty: /etc/pam.d).
+    std::string pamService;
+    std::string pamConfigDir;
+    // Password verifications (by either) running at once (0: no limit), and how long a request
+    // waits for one before it is answered 503.
     unsigned verifications = 1;
     unsigned verificationWaitMilliseconds = 2000;
 
