@@ -1,12 +1,16 @@
 #include "server/CimXmlWriter.h"
 
+#include "host/broker/HostDateTime.h"
 #include "host/broker/HostInstance.h"
+#include "host/broker/HostObjectPath.h"
+#include "host/broker/HostString.h"
 #include "host/text/CimNames.h"
 #include "host/text/LiteralText.h"
 #include "server/XmlText.h"
 
 #include <cmpift.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -16,6 +20,8 @@ namespace {
 
 // The characters of a broker string, valid while the string lives (the writer's call scope).
 std::string_view stringText(const CMPIString* s) {
+    if (const diaghost::HostString* own = diaghost::HostString::from(s))
+        return own->text() ? std::string_view(own->text(), own->length()) : std::string_view();
     if (!s || !s->ft)
         return {};
     const char* p = s->ft->getCharPtr(s, nullptr);
@@ -62,48 +68,35 @@ std::string_view valueType(CMPIType type) {
 
 CimXmlWriter::CimXmlWriter(Sink sink, std::size_t flushAt)
     : sink_(std::move(sink)), flushAt_(flushAt) {
-    buffer_.reserve(flushAt_ + 4096);
+    grow(flushAt_ + 4096);
+}
+
+void CimXmlWriter::grow(std::size_t more) {
+    const std::size_t wanted = std::max(size_ + more, capacity_ * 2);
+    std::unique_ptr<char[]> larger(new char[wanted]);
+    if (size_ > 0)
+        std::memcpy(larger.get(), buffer_.get(), size_);
+    buffer_ = std::move(larger);
+    capacity_ = wanted;
+}
+
+void CimXmlWriter::escaped(std::string_view text) {
+    std::string out;
+    XmlText::appendEscaped(out, text);
+    raw(out);
 }
 
 void CimXmlWriter::flush() {
-    if (buffer_.empty())
+    if (size_ == 0)
         return;
-    sink_(buffer_);
-    written_ += buffer_.size();
-    buffer_.clear();
+    sink_(std::string_view(buffer_.get(), size_));
+    written_ += size_;
+    size_ = 0;
 }
 
 void CimXmlWriter::maybeFlush() {
-    if (buffer_.size() >= flushAt_)
+    if (size_ >= flushAt_)
         flush();
-}
-
-void CimXmlWriter::raw(std::string_view text) {
-    buffer_.append(text.data(), text.size());
-}
-
-void CimXmlWriter::text(std::string_view text) {
-    XmlText::appendEscaped(buffer_, text);
-}
-
-void CimXmlWriter::attribute(std::string_view name, std::string_view value) {
-    buffer_ += ' ';
-    raw(name);
-    raw("=\"");
-    text(value);
-    buffer_ += '"';
-}
-
-void CimXmlWriter::openTag(std::string_view name) {
-    buffer_ += '<';
-    raw(name);
-    buffer_ += '>';
-}
-
-void CimXmlWriter::closeTag(std::string_view name) {
-    raw("</");
-    raw(name);
-    buffer_ += '>';
 }
 
 bool CimXmlWriter::listed(const std::vector<std::string>* properties, std::string_view name) {
@@ -170,7 +163,7 @@ void CimXmlWriter::endMessage() {
 void CimXmlWriter::beginIMethodResponse(std::string_view name) {
     raw("<IMETHODRESPONSE");
     attribute("NAME", name);
-    buffer_ += '>';
+    put('>');
 }
 
 void CimXmlWriter::endIMethodResponse() {
@@ -189,7 +182,7 @@ void CimXmlWriter::endIReturnValue() {
 void CimXmlWriter::beginMethodResponse(std::string_view name) {
     raw("<METHODRESPONSE");
     attribute("NAME", name);
-    buffer_ += '>';
+    put('>');
 }
 
 void CimXmlWriter::endMethodResponse() {
@@ -210,7 +203,7 @@ void CimXmlWriter::returnValue(const CMPIData& value) {
     std::string_view type = typeName(value.type);
     if (!type.empty() && !(value.type & CMPI_ARRAY))
         attribute("PARAMTYPE", type);
-    buffer_ += '>';
+    put('>');
     valueElement(value);
     closeTag("RETURNVALUE");
 }
@@ -223,7 +216,7 @@ void CimXmlWriter::paramValue(std::string_view name, const CMPIData& value) {
         attribute("PARAMTYPE", type);
     if ((value.type & ~CMPI_ARRAY) == CMPI_instance)
         raw(" EmbeddedObject=\"instance\"");
-    buffer_ += '>';
+    put('>');
     valueElement(value);
     closeTag("PARAMVALUE");
 }
@@ -249,7 +242,7 @@ void CimXmlWriter::localNamespacePath(std::string_view ns) {
 void CimXmlWriter::keyBinding(std::string_view name, const CMPIData& value) {
     raw("<KEYBINDING");
     attribute("NAME", name);
-    buffer_ += '>';
+    put('>');
     if (value.type == CMPI_ref && !isNull(value)) {
         // A reference key is written with its namespace but without a host: clients hand key
         // values back in later requests, and a local path is one every client reads back as it
@@ -263,7 +256,7 @@ void CimXmlWriter::keyBinding(std::string_view name, const CMPIData& value) {
         std::string_view type = typeName(value.type);
         if (!type.empty())
             attribute("TYPE", type);
-        buffer_ += '>';
+        put('>');
         if (!isNull(value))
             scalarValue(value.type, value.value);
         closeTag("KEYVALUE");
@@ -272,10 +265,24 @@ void CimXmlWriter::keyBinding(std::string_view name, const CMPIData& value) {
 }
 
 void CimXmlWriter::instanceName(const CMPIObjectPath* path) {
+    if (const diaghost::HostObjectPath* own = diaghost::HostObjectPath::from(path)) {
+        // The host's own path: its class and key names are read where it keeps them.
+        raw("<INSTANCENAME");
+        attribute("CLASSNAME", own->className() ? own->className() : "");
+        put('>');
+        for (const diaghost::HostObjectPath::Key& key : own->keys()) {
+            CMPIData value = key.value;
+            if (!(value.state & CMPI_nullValue))
+                value.state = CMPI_keyValue;
+            keyBinding(key.name ? key.name : "", value);
+        }
+        raw("</INSTANCENAME>");
+        return;
+    }
     raw("<INSTANCENAME");
     attribute("CLASSNAME", path && path->ft ? stringText(path->ft->getClassName(path, nullptr))
                                             : std::string_view());
-    buffer_ += '>';
+    put('>');
     CMPICount keys = path && path->ft ? path->ft->getKeyCount(path, nullptr) : 0;
     for (CMPICount i = 0; i < keys; ++i) {
         CMPIString* name = nullptr;
@@ -398,7 +405,10 @@ void CimXmlWriter::scalarValue(CMPIType type, const CMPIValue& v) {
         text(v.chars ? v.chars : "");
         return;
     case CMPI_dateTime:
-        if (v.dateTime && v.dateTime->ft)
+        if (const diaghost::HostDateTime* own = diaghost::HostDateTime::from(v.dateTime)) {
+            char digits[diaghost::HostDateTime::textLength];
+            raw(std::string_view(digits, own->format(digits)));
+        } else if (v.dateTime && v.dateTime->ft)
             text(stringText(v.dateTime->ft->getStringFormat(v.dateTime, nullptr)));
         return;
     case CMPI_instance: {
@@ -423,9 +433,9 @@ void CimXmlWriter::valueElement(const CMPIData& data) {
             valueReference(data.value.ref);
             return;
         }
-        openTag("VALUE");
+        raw("<VALUE>");
         scalarValue(data.type, data.value);
-        closeTag("VALUE");
+        raw("</VALUE>");
         return;
     }
     const CMPIArray* array = data.value.array;
@@ -439,9 +449,9 @@ void CimXmlWriter::valueElement(const CMPIData& data) {
         } else if (references) {
             valueReference(element.value.ref);
         } else {
-            openTag("VALUE");
+            raw("<VALUE>");
             scalarValue(data.type & ~CMPI_ARRAY, element.value);
-            closeTag("VALUE");
+            raw("</VALUE>");
         }
     }
     closeTag(references ? "VALUE.REFARRAY" : "VALUE.ARRAY");
@@ -449,30 +459,55 @@ void CimXmlWriter::valueElement(const CMPIData& data) {
 
 // ---- Instances --------------------------------------------------------------------------------
 
-void CimXmlWriter::property(std::string_view name, const CMPIData& data) {
-    const CMPIType element = data.type & ~CMPI_ARRAY;
-    if (data.type == CMPI_ref) {
+std::string_view CimXmlWriter::propertyStart(std::string_view name, CMPIType type) {
+    const CMPIType element = type & ~CMPI_ARRAY;
+    if (type == CMPI_ref) {
         raw("<PROPERTY.REFERENCE");
         attribute("NAME", name);
-        buffer_ += '>';
-        valueElement(data);
-        closeTag("PROPERTY.REFERENCE");
-        return;
+        put('>');
+        return "</PROPERTY.REFERENCE>";
     }
-    const bool array = (data.type & CMPI_ARRAY) != 0;
-    std::string_view tag = array ? "PROPERTY.ARRAY" : "PROPERTY";
-    buffer_ += '<';
-    raw(tag);
+    const bool array = (type & CMPI_ARRAY) != 0;
+    raw(array ? "<PROPERTY.ARRAY" : "<PROPERTY");
     attribute("NAME", name);
     if (element == CMPI_instance) {
         raw(" TYPE=\"string\" EmbeddedObject=\"instance\"");
     } else {
-        std::string_view type = typeName(element);
-        attribute("TYPE", type.empty() ? std::string_view("string") : type);
+        std::string_view typeText = typeName(element);
+        attribute("TYPE", typeText.empty() ? std::string_view("string") : typeText);
     }
-    buffer_ += '>';
+    put('>');
+    return array ? "</PROPERTY.ARRAY>" : "</PROPERTY>";
+}
+
+void CimXmlWriter::property(std::string_view name, const CMPIData& data) {
+    const std::string_view end = propertyStart(name, data.type);
     valueElement(data);
-    closeTag(tag);
+    raw(end);
+}
+
+const CimXmlWriter::ClassTags& CimXmlWriter::tagsFor(const diaghost::HostInstance& inst) {
+    const void* cls = &inst.cimClass();
+    for (const ClassTags& known : classTags_)
+        if (known.cls == cls)
+            return known;
+    ClassTags tags{cls, {}};
+    tags.properties.reserve(inst.propertyCount());
+    for (std::size_t i = 0; i < inst.propertyCount(); ++i) {
+        const char* name = inst.propertyName(i);
+        PropertyTags property{inst.at(i).type, name ? name : "", {}, {}};
+        if (!property.name.empty()) {
+            // Rendered once into the buffer and moved out, so that both ways of writing a
+            // property write the same start tag.
+            const std::size_t mark = size_;
+            property.end = propertyStart(property.name, property.type);
+            property.start.assign(buffer_.get() + mark, size_ - mark);
+            size_ = mark;
+        }
+        tags.properties.push_back(std::move(property));
+    }
+    classTags_.push_back(std::move(tags));
+    return classTags_.back();
 }
 
 void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::string>* properties,
@@ -483,18 +518,25 @@ void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::str
     raw("<INSTANCE");
     attribute("CLASSNAME", named && named->ft ? stringText(named->ft->getClassName(named, nullptr))
                                               : std::string_view());
-    buffer_ += '>';
+    put('>');
     if (own && own->ft)
         own->ft->release(own);
     if (const diaghost::HostInstance* h = diaghost::HostInstance::from(inst)) {
-        // The host's own instance: its property names are read where it keeps them, rather
-        // than made as a string for every property of every instance.
-        for (std::size_t i = 0; i < h->propertyCount(); ++i) {
-            const char* name = h->propertyName(i);
-            const std::string_view propertyName =
-                name ? std::string_view(name) : std::string_view();
-            if (!propertyName.empty() && listed(properties, propertyName))
-                property(propertyName, h->at(i));
+        // The host's own instance: its values are typed as its class declares them, so each
+        // property's start tag is the class's, rendered once per answer.
+        const ClassTags& tags = tagsFor(*h);
+        for (std::size_t i = 0; i < h->propertyCount() && i < tags.properties.size(); ++i) {
+            const PropertyTags& tag = tags.properties[i];
+            if (tag.name.empty() || !listed(properties, tag.name))
+                continue;
+            const CMPIData& value = h->at(i);
+            if (value.type != tag.type) {
+                property(tag.name, value);
+                continue;
+            }
+            raw(tag.start);
+            valueElement(value);
+            raw(tag.end);
         }
         closeTag("INSTANCE");
         return;

@@ -5,13 +5,21 @@
 #ifndef DIAGSERVER_CIMXMLWRITER_H
 #define DIAGSERVER_CIMXMLWRITER_H
 
+#include "server/XmlText.h"
+
 #include <cmpidt.h>
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace diaghost {
+class HostInstance;
+}
 
 namespace diagserver {
 
@@ -28,7 +36,7 @@ public:
     // Hands what is buffered to the sink.
     void flush();
     // Bytes written so far, flushed or not.
-    std::uint64_t written() const { return written_ + buffer_.size(); }
+    std::uint64_t written() const { return written_ + size_; }
 
     // ---- The message around an answer.
     void beginMessage(std::string_view messageId);
@@ -73,28 +81,83 @@ public:
 
     // ---- Building blocks for the writers of other elements (CimXmlClassWriter).
     // Markup as it stands.
-    void raw(std::string_view text);
+    void raw(std::string_view text) { put(text.data(), text.size()); }
     // Character data or an attribute value, escaped.
-    void text(std::string_view text);
+    void text(std::string_view text) {
+        const std::size_t plain = XmlText::plainPrefix(text);
+        put(text.data(), plain);
+        if (plain < text.size())
+            escaped(text.substr(plain));
+    }
     // ` name="value"` inside an open start tag.
-    void attribute(std::string_view name, std::string_view value);
-    void openTag(std::string_view name);
-    void closeTag(std::string_view name);
+    void attribute(std::string_view name, std::string_view value) {
+        put(' ');
+        raw(name);
+        raw("=\"");
+        text(value);
+        put('"');
+    }
+    void openTag(std::string_view name) {
+        put('<');
+        raw(name);
+        put('>');
+    }
+    void closeTag(std::string_view name) {
+        raw("</");
+        raw(name);
+        put('>');
+    }
     // Hands the buffer to the sink once it holds enough; called after each whole element.
     void maybeFlush();
 
 private:
+    // The buffer is written in place, so that the many short pieces of markup an answer is
+    // made of cost a comparison and a copy each.
+    void put(const char* data, std::size_t size) {
+        if (size > capacity_ - size_)
+            grow(size);
+        if (size > 0) // a null data pointer comes with no bytes
+            std::memcpy(buffer_.get() + size_, data, size);
+        size_ += size;
+    }
+    void put(char c) {
+        if (size_ == capacity_)
+            grow(1);
+        buffer_[size_++] = c;
+    }
+    void grow(std::size_t more);
+    // Text from its first byte that is not plain ASCII on.
+    void escaped(std::string_view text);
     void localNamespacePath(std::string_view ns);
     void keyBinding(std::string_view name, const CMPIData& value);
     void valueReference(const CMPIObjectPath* path);
     void scalarValue(CMPIType type, const CMPIValue& value);
     void valueElement(const CMPIData& data);
     void property(std::string_view name, const CMPIData& data);
+    // Writes a property's start tag for a value of that type; the matching end tag.
+    std::string_view propertyStart(std::string_view name, CMPIType type);
+
+    // The start and end tags of each property of one class, for values of its declared type.
+    struct PropertyTags {
+        CMPIType type;
+        std::string name;
+        std::string start;
+        std::string_view end;
+    };
+    struct ClassTags {
+        const void* cls;
+        std::vector<PropertyTags> properties;
+    };
+    const ClassTags& tagsFor(const diaghost::HostInstance& inst);
 
     Sink sink_;
     std::size_t flushAt_;
-    std::string buffer_;
+    std::unique_ptr<char[]> buffer_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
     std::uint64_t written_ = 0;
+    // The classes of host instances written so far; an answer holds a few at most.
+    std::vector<ClassTags> classTags_;
 };
 
 } // namespace diagserver

@@ -59,17 +59,29 @@ const char* entityFor(char c) {
     }
 }
 
+// Plain bytes: printable ASCII other than the markup characters, and tab, line feed and
+// carriage return.
+constexpr std::array<bool, 256> plainBytes = [] {
+    std::array<bool, 256> t{};
+    for (int c = 0x20; c < 0x80; ++c)
+        t[static_cast<std::size_t>(c)] = c != '&' && c != '<' && c != '>' && c != '"';
+    t['\t'] = t['\n'] = t['\r'] = true;
+    return t;
+}();
+
 } // namespace
+
+std::size_t XmlText::plainPrefix(std::string_view text) {
+    const std::array<bool, 256>& plain = plainBytes;
+    std::size_t i = 0;
+    while (i < text.size() && plain[static_cast<unsigned char>(text[i])])
+        ++i;
+    return i;
+}
 
 void XmlText::appendEscaped(std::string& out, std::string_view text) {
     // Runs of plain ASCII, the bulk of any CIM text, are found by one table look-up a byte.
-    static const auto plain = [] {
-        std::array<bool, 256> table{};
-        for (int c = 0x20; c < 0x80; ++c)
-            table[static_cast<std::size_t>(c)] = entityFor(static_cast<char>(c)) == nullptr;
-        table['\t'] = table['\n'] = table['\r'] = true;
-        return table;
-    }();
+    const std::array<bool, 256>& plain = plainBytes;
     std::size_t from = 0;
     std::size_t i = 0;
     const std::size_t size = text.size();

@@ -5,6 +5,7 @@
 #ifndef DIAGSERVER_XMLTEXT_H
 #define DIAGSERVER_XMLTEXT_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,8 @@ class XmlText {
 public:
     // Appends text escaped for use between tags or inside a double-quoted attribute value.
     static void appendEscaped(std::string& out, std::string_view text);
+    // How many leading bytes of text are plain ASCII that needs no escaping.
+    static std::size_t plainPrefix(std::string_view text);
     // True when text is UTF-8 that XML 1.0 can carry as it is (markup characters aside).
     static bool isClean(std::string_view text);
 };

@@ -5,7 +5,6 @@
 #include "host/broker/HostString.h"
 
 #include <chrono>
-#include <cstdio>
 
 namespace diaghost {
 
@@ -181,17 +180,35 @@ CMPIDateTimeFT* HostDateTime::table() {
     return &dateTimeTable;
 }
 
-std::string HostDateTime::text() const {
-    char buf[64];
+namespace {
+
+// Writes `value` as exactly `width` decimal digits, leading zeros included, and moves `out` on.
+void digits(char*& out, unsigned long long value, int width) {
+    for (int i = width - 1; i >= 0; --i) {
+        out[i] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+    out += width;
+}
+
+} // namespace
+
+std::size_t HostDateTime::format(char (&out)[textLength]) const {
+    char* p = out;
     if (interval_) {
         const unsigned long long days = binary_ / microsPerDay;
         unsigned long long rest = binary_ % microsPerDay;
-        const unsigned micro = static_cast<unsigned>(rest % microsPerSecond);
+        const unsigned long long micro = rest % microsPerSecond;
         rest /= microsPerSecond;
-        std::snprintf(buf, sizeof buf, "%08llu%02u%02u%02u.%06u:000", days,
-                      static_cast<unsigned>(rest / 3600), static_cast<unsigned>(rest / 60 % 60),
-                      static_cast<unsigned>(rest % 60), micro);
-        return buf;
+        digits(p, days, 8);
+        digits(p, rest / 3600, 2);
+        digits(p, rest / 60 % 60, 2);
+        digits(p, rest % 60, 2);
+        *p++ = '.';
+        digits(p, micro, 6);
+        *p++ = ':';
+        digits(p, 0, 3);
+        return static_cast<std::size_t>(p - out);
     }
     long long local = static_cast<long long>(binary_) + offset_ * 60LL * microsPerSecond;
     long long days = local / microsPerDay;
@@ -203,13 +220,24 @@ std::string HostDateTime::text() const {
     long long y = 0;
     unsigned m = 0, d = 0;
     civilFromDays(days, y, m, d);
-    const unsigned micro = static_cast<unsigned>(rest % microsPerSecond);
+    const unsigned long long micro = static_cast<unsigned long long>(rest % microsPerSecond);
     rest /= microsPerSecond;
-    std::snprintf(buf, sizeof buf, "%04lld%02u%02u%02u%02u%02u.%06u%c%03d", y, m, d,
-                  static_cast<unsigned>(rest / 3600), static_cast<unsigned>(rest / 60 % 60),
-                  static_cast<unsigned>(rest % 60), micro, offset_ < 0 ? '-' : '+',
-                  offset_ < 0 ? -offset_ : offset_);
-    return buf;
+    digits(p, static_cast<unsigned long long>(y), 4);
+    digits(p, m, 2);
+    digits(p, d, 2);
+    digits(p, static_cast<unsigned long long>(rest / 3600), 2);
+    digits(p, static_cast<unsigned long long>(rest / 60 % 60), 2);
+    digits(p, static_cast<unsigned long long>(rest % 60), 2);
+    *p++ = '.';
+    digits(p, micro, 6);
+    *p++ = offset_ < 0 ? '-' : '+';
+    digits(p, static_cast<unsigned long long>(offset_ < 0 ? -offset_ : offset_), 3);
+    return static_cast<std::size_t>(p - out);
+}
+
+std::string HostDateTime::text() const {
+    char buf[textLength];
+    return std::string(buf, format(buf));
 }
 
 HostObject* HostDateTime::copy() const {

@@ -8,6 +8,7 @@
 
 #include <cmpift.h>
 
+#include <cstddef>
 #include <string>
 
 namespace diaghost {
@@ -32,6 +33,9 @@ public:
     CMPIUint64 binary() const { return binary_; }
     bool interval() const { return interval_; }
     std::string text() const;
+    // The same 25 characters written to `out` (no terminating NUL); the count written.
+    static constexpr std::size_t textLength = 25;
+    std::size_t format(char (&out)[textLength]) const;
 
     HostObject* copy() const override;
     void* cmpiObject() override { return &cmpi_; }

@@ -110,6 +110,37 @@ TEST_F(WbemOperationsTest, EnumerationsAnswerEveryInstanceAsTheOperationAsks) {
     EXPECT_EQ(std::string::npos, out.find("<PROPERTY NAME=\"Caption\""));
 }
 
+TEST_F(WbemOperationsTest, OneWriterWritesInstancesOfSeveralClassesAsAFreshWriterWritesEach) {
+    // A writer keeps each class's property tags for the rest of its answer; instances of
+    // several classes taking turns must still each come out as on their own.
+    diaghost::CallScope scope(host.broker());
+    auto services = host.enumerateInstances("root/cimv2", "ZORQ_FSDiagService");
+    auto associations = host.enumerateInstances("root/cimv2", "ZORQ_FSAvailableDiagService");
+    ASSERT_TRUE(services.ok() && associations.ok());
+    ASSERT_FALSE(services.instances().empty() || associations.instances().empty());
+    std::vector<const CMPIInstance*> turns;
+    for (std::size_t i = 0; i < 3; ++i) {
+        turns.push_back(services.instances()[i % services.instances().size()]);
+        turns.push_back(associations.instances()[i % associations.instances().size()]);
+    }
+    const std::vector<std::string> someProperties{"name", "ServiceProvided"};
+    for (const std::vector<std::string>* filter :
+         {static_cast<decltype(&someProperties)>(nullptr), &someProperties}) {
+        std::string shared;
+        CimXmlWriter one([&](std::string_view piece) { shared.append(piece); });
+        std::string separate;
+        for (const CMPIInstance* inst : turns) {
+            one.instance(inst, filter);
+            CimXmlWriter fresh([&](std::string_view piece) { separate.append(piece); });
+            fresh.instance(inst, filter);
+            fresh.flush();
+        }
+        one.flush();
+        EXPECT_EQ(separate, shared);
+        EXPECT_EQ(3u, count(shared, "<PROPERTY.REFERENCE NAME=\"ServiceProvided\">"));
+    }
+}
+
 TEST_F(WbemOperationsTest, WhatCannotBeAnsweredGetsItsCimError) {
     struct Case {
         std::string method;
