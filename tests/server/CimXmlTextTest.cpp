@@ -41,6 +41,24 @@ TEST(CimXmlTextTest, MarkupBecomesEntitiesAndWhatXmlCannotCarryBecomesReplacemen
     }
 }
 
+TEST(CimXmlTextTest, ThePlainPrefixEndsAtTheFirstByteThatNeedsEscapingWhereverItLies) {
+    // The prefix is found eight bytes at a time: every byte value is tried at every place in
+    // and around a word, after plain text and after tabs (plain, but below printable).
+    for (const char filler : {'a', '\t'}) {
+        for (std::size_t at = 0; at < 20; ++at) {
+            for (int b = 0; b < 256; ++b) {
+                std::string text(20, filler);
+                text[at] = static_cast<char>(b);
+                const bool plain =
+                    (b >= 0x20 && b < 0x80 && b != '&' && b != '<' && b != '>' && b != '"') ||
+                    b == '\t' || b == '\n' || b == '\r';
+                ASSERT_EQ(plain ? text.size() : at, XmlText::plainPrefix(text))
+                    << "byte " << b << " at " << at;
+            }
+        }
+    }
+}
+
 TEST(CimXmlTextTest, ALongAnswerReachesTheSinkInPiecesThatAddUpToIt) {
     std::string whole;
     int pieces = 0;
