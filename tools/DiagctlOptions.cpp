@@ -191,10 +191,9 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
         throw UsageError("--password-file and --pam cannot both be given");
     if (!o.pamConfigDir.empty() && o.pamService.empty())
         throw UsageError("--pam-config-dir needs --pam");
-    // Only passwords are verified: without a way to check them these would do nothing. The usage
-    // text printed after this names --pam as the other way.
+    // Only passwords are verified: without a way to check them these would do nothing.
     if (sawVerification && o.passwordFile.empty() && o.pamService.empty())
-        throw UsageError("--verifications and --verification-wait need --password-file");
+        throw UsageError("--verifications and --verification-wait need --password-file or --pam");
     if (sawProfile && shape.command != Command::Run)
         throw UsageError("--profile and --loops apply to run only");
     if (o.loops != 0 && !o.profile)

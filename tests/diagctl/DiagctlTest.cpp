@@ -274,7 +274,10 @@ TEST(DiagctlOptionsTest, VerificationLimitsTakeTheirRangesForServeWithAPasswordF
                   "--verification-wait takes a number of milliseconds from 0 to 60000")
             << bad;
     EXPECT_EQ(refusal({"serve", "--verification-wait", "10"}),
-              "--verifications and --verification-wait need --password-file");
+              "--verifications and --verification-wait need --password-file or --pam");
+    EXPECT_EQ(refusal({"serve", "--pam", "diagctl", "--password-file", "p"}),
+              "--password-file and --pam cannot both be given");
+    EXPECT_EQ(refusal({"serve", "--pam-config-dir", "/etc/pam.d"}), "--pam-config-dir needs --pam");
     EXPECT_NE(refusal({"classes", "--verifications", "2"}).find("apply to serve only"),
               std::string::npos);
 }
