@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -183,8 +184,14 @@ private:
     std::size_t start_ = 0;
 };
 
-// The CPU time (user and system) a process has used so far, in microseconds.
+// The CPU time (user and system) a process has used so far, its ended threads' included, in
+// microseconds: from the process's CPU-time clock (to the nanosecond), or where that cannot be
+// read from /proc in clock ticks (a hundredth of a second).
 inline double processCpuMicros(pid_t pid) {
+    clockid_t clock;
+    timespec used{};
+    if (clock_getcpuclockid(pid, &clock) == 0 && clock_gettime(clock, &used) == 0)
+        return static_cast<double>(used.tv_sec) * 1e6 + static_cast<double>(used.tv_nsec) / 1e3;
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
     const std::string text((std::istreambuf_iterator<char>(stat)),
                            std::istreambuf_iterator<char>());
