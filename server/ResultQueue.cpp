@@ -57,10 +57,18 @@ ResultQueue::ResultQueue(std::size_t capacity)
 
 ResultQueue::~ResultQueue() = default;
 
+std::deque<ResultQueue::Item> ResultQueue::takeReturned() {
+    std::deque<Item> out;
+    out.swap(returned_);
+    return out;
+}
+
 bool ResultQueue::put(void* object, bool instance) {
     // Owned from here on, whatever happens.
     Item item(object, instance);
+    std::deque<Item> written; // released after the lock
     std::unique_lock<std::mutex> lock(mutex_);
+    written = takeReturned();
     if (items_.size() >= capacity_ && !cancelled_) {
         operationWaiting_ = true;
         forOperation_.wait(lock,
@@ -84,7 +92,9 @@ bool ResultQueue::path(CMPIObjectPath* copy) {
 }
 
 void ResultQueue::finish(diaghost::OperationStatus status) {
+    std::deque<Item> written; // released after the lock
     std::lock_guard<std::mutex> lock(mutex_);
+    written = takeReturned();
     status_ = std::move(status);
     finished_ = true;
     forWriter_.notify_all();
@@ -98,23 +108,39 @@ bool ResultQueue::waitForFirst() {
     return !items_.empty();
 }
 
-ResultQueue::Item ResultQueue::next() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (items_.empty() && !finished_ && !cancelled_) {
-        writerWaiting_ = true;
-        forWriter_.wait_for(lock, batchWait,
-                            [this] { return finished_ || cancelled_ || items_.size() >= batch_; });
-        writerTakesAny_ = true;
-        forWriter_.wait(lock, [this] { return finished_ || cancelled_ || !items_.empty(); });
-        writerWaiting_ = writerTakesAny_ = false;
+const ResultQueue::Item* ResultQueue::next() {
+    if (current_) {
+        spent_.push_back(std::move(taken_.front()));
+        taken_.pop_front();
+        current_ = false;
     }
-    if (items_.empty())
-        return Item();
-    Item item = std::move(items_.front());
-    items_.pop_front();
-    if (operationWaiting_ && items_.size() + batch_ <= capacity_)
-        forOperation_.notify_all();
-    return item;
+    if (taken_.empty()) {
+        std::deque<Item> written; // released here, after the lock, once the operation has ended
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (finished_ || cancelled_) {
+            written.swap(spent_);
+        } else {
+            for (Item& item : spent_)
+                returned_.push_back(std::move(item));
+            spent_.clear();
+        }
+        if (items_.empty() && !finished_ && !cancelled_) {
+            writerWaiting_ = true;
+            forWriter_.wait_for(lock, batchWait, [this] {
+                return finished_ || cancelled_ || items_.size() >= batch_;
+            });
+            writerTakesAny_ = true;
+            forWriter_.wait(lock, [this] { return finished_ || cancelled_ || !items_.empty(); });
+            writerWaiting_ = writerTakesAny_ = false;
+        }
+        taken_.swap(items_);
+        if (operationWaiting_)
+            forOperation_.notify_all();
+    }
+    if (taken_.empty())
+        return nullptr;
+    current_ = true;
+    return &taken_.front();
 }
 
 diaghost::OperationStatus ResultQueue::status() const {
@@ -129,10 +155,12 @@ bool ResultQueue::failed() const {
 
 void ResultQueue::cancel() {
     std::deque<Item> dropped;
+    std::deque<Item> written;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         cancelled_ = true;
         dropped.swap(items_);
+        written = takeReturned();
         forWriter_.notify_all();
         forOperation_.notify_all();
     }

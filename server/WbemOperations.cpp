@@ -123,14 +123,14 @@ bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until) {
     const bool paths = items_ == Items::InstanceNames || items_ == Items::ObjectPaths;
     if (queue_) {
         while (out.written() < until) {
-            ResultQueue::Item item = queue_->next();
+            const ResultQueue::Item* item = queue_->next();
             if (!item) {
                 const diaghost::OperationStatus status = queue_->status();
                 if (!status.ok())
                     throw AnswerStream::Failure{static_cast<unsigned>(status.rc), status.message};
                 return false;
             }
-            writeItem(out, item.instance(), item.path());
+            writeItem(out, item->instance(), item->path());
         }
         return true;
     }

@@ -85,9 +85,9 @@ TEST_F(ResultQueueTest, TheOperationWaitsWhileTheQueueIsFullAndObjectsComeInOrde
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(2, handed.load()); // the third waits for room
     for (int i = 0; i < 5; ++i) {
-        ResultQueue::Item item = queue.next();
+        const ResultQueue::Item* item = queue.next();
         ASSERT_TRUE(item);
-        EXPECT_EQ("p" + std::to_string(i), nameOf(item));
+        EXPECT_EQ("p" + std::to_string(i), nameOf(*item));
     }
     EXPECT_FALSE(queue.next());
     EXPECT_TRUE(queue.status().ok());
