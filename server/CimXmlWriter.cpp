@@ -491,7 +491,7 @@ const CimXmlWriter::ClassTags& CimXmlWriter::tagsFor(const diaghost::HostInstanc
     for (const ClassTags& known : classTags_)
         if (known.cls == cls)
             return known;
-    ClassTags tags{cls, {}};
+    ClassTags tags{cls, {}, {}};
     tags.properties.reserve(inst.propertyCount());
     for (std::size_t i = 0; i < inst.propertyCount(); ++i) {
         const char* name = inst.propertyName(i);
@@ -506,12 +506,17 @@ const CimXmlWriter::ClassTags& CimXmlWriter::tagsFor(const diaghost::HostInstanc
         }
         tags.properties.push_back(std::move(property));
     }
+    tags.keys = inst.keyOrder();
     classTags_.push_back(std::move(tags));
     return classTags_.back();
 }
 
 void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::string>* properties,
                             const CMPIObjectPath* path) {
+    if (const diaghost::HostInstance* h = diaghost::HostInstance::from(inst)) {
+        hostInstance(*h, tagsFor(*h), properties);
+        return;
+    }
     CMPIObjectPath* own =
         !path && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
     const CMPIObjectPath* named = path ? path : own;
@@ -521,26 +526,6 @@ void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::str
     put('>');
     if (own && own->ft)
         own->ft->release(own);
-    if (const diaghost::HostInstance* h = diaghost::HostInstance::from(inst)) {
-        // The host's own instance: its values are typed as its class declares them, so each
-        // property's start tag is the class's, rendered once per answer.
-        const ClassTags& tags = tagsFor(*h);
-        for (std::size_t i = 0; i < h->propertyCount() && i < tags.properties.size(); ++i) {
-            const PropertyTags& tag = tags.properties[i];
-            if (tag.name.empty() || !listed(properties, tag.name))
-                continue;
-            const CMPIData& value = h->at(i);
-            if (value.type != tag.type) {
-                property(tag.name, value);
-                continue;
-            }
-            raw(tag.start);
-            valueElement(value);
-            raw(tag.end);
-        }
-        closeTag("INSTANCE");
-        return;
-    }
     CMPICount n = inst && inst->ft ? inst->ft->getPropertyCount(inst, nullptr) : 0;
     for (CMPICount i = 0; i < n; ++i) {
         CMPIString* name = nullptr;
@@ -552,22 +537,88 @@ void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::str
     closeTag("INSTANCE");
 }
 
+void CimXmlWriter::hostInstance(const diaghost::HostInstance& h, const ClassTags& tags,
+                                const std::vector<std::string>* properties) {
+    // The host's own instance: its values are typed as its class declares them, so each
+    // property's start tag is the class's, rendered once per answer.
+    raw("<INSTANCE");
+    attribute("CLASSNAME", h.className());
+    put('>');
+    for (std::size_t i = 0; i < h.propertyCount() && i < tags.properties.size(); ++i) {
+        const PropertyTags& tag = tags.properties[i];
+        if (tag.name.empty() || !listed(properties, tag.name))
+            continue;
+        const CMPIData& value = h.at(i);
+        if (value.type != tag.type) {
+            property(tag.name, value);
+            continue;
+        }
+        raw(tag.start);
+        valueElement(value);
+        raw(tag.end);
+    }
+    closeTag("INSTANCE");
+}
+
+void CimXmlWriter::hostInstanceName(const diaghost::HostInstance& h, const ClassTags& tags) {
+    // What the instance's path would hold, read from the instance without making the path.
+    raw("<INSTANCENAME");
+    attribute("CLASSNAME", h.className());
+    put('>');
+    for (std::size_t i : tags.keys) {
+        CMPIData value = h.at(i);
+        if (value.state & CMPI_nullValue)
+            continue;
+        value.state = CMPI_keyValue;
+        keyBinding(tags.properties[i].name, value);
+    }
+    raw("</INSTANCENAME>");
+}
+
 void CimXmlWriter::namedInstance(const CMPIObjectPath* path, const CMPIInstance* inst,
                                  const std::vector<std::string>* properties) {
-    openTag("VALUE.NAMEDINSTANCE");
-    instanceName(path);
-    instance(inst, properties, path);
-    closeTag("VALUE.NAMEDINSTANCE");
+    raw("<VALUE.NAMEDINSTANCE>");
+    const diaghost::HostInstance* h = path ? nullptr : diaghost::HostInstance::from(inst);
+    if (h) {
+        const ClassTags& tags = tagsFor(*h);
+        hostInstanceName(*h, tags);
+        hostInstance(*h, tags, properties);
+    } else {
+        CMPIObjectPath* own =
+            !path && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
+        instanceName(path ? path : own);
+        instance(inst, properties, path ? path : own);
+        if (own && own->ft)
+            own->ft->release(own);
+    }
+    raw("</VALUE.NAMEDINSTANCE>");
     maybeFlush();
 }
 
 void CimXmlWriter::objectWithPath(const CMPIObjectPath* path, std::string_view host,
                                   const CMPIInstance* inst,
                                   const std::vector<std::string>* properties) {
-    openTag("VALUE.OBJECTWITHPATH");
-    instancePath(path, host);
-    instance(inst, properties, path);
-    closeTag("VALUE.OBJECTWITHPATH");
+    raw("<VALUE.OBJECTWITHPATH>");
+    const diaghost::HostInstance* h = path ? nullptr : diaghost::HostInstance::from(inst);
+    if (h) {
+        const ClassTags& tags = tagsFor(*h);
+        raw("<INSTANCEPATH><NAMESPACEPATH><HOST>");
+        text(!h->host().empty() ? std::string_view(h->host()) : !host.empty() ? host : "localhost");
+        raw("</HOST>");
+        localNamespacePath(h->nameSpace());
+        raw("</NAMESPACEPATH>");
+        hostInstanceName(*h, tags);
+        raw("</INSTANCEPATH>");
+        hostInstance(*h, tags, properties);
+    } else {
+        CMPIObjectPath* own =
+            !path && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
+        instancePath(path ? path : own, host);
+        instance(inst, properties, path ? path : own);
+        if (own && own->ft)
+            own->ft->release(own);
+    }
+    raw("</VALUE.OBJECTWITHPATH>");
     maybeFlush();
 }
 

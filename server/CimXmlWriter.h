@@ -61,7 +61,8 @@ public:
     // INSTANCEPATH with the host (when the path or `host` names one) and the namespace.
     void instancePath(const CMPIObjectPath* path, std::string_view host);
     void localInstancePath(const CMPIObjectPath* path);
-    // VALUE.NAMEDINSTANCE: the instance's name and the instance.
+    // VALUE.NAMEDINSTANCE: the instance's name and the instance. In this and objectWithPath a
+    // null path stands for the instance's own (a host instance's is read without making it).
     void namedInstance(const CMPIObjectPath* path, const CMPIInstance* inst,
                        const std::vector<std::string>* properties);
     // VALUE.OBJECTWITHPATH: the full path and the instance.
@@ -147,8 +148,13 @@ private:
     struct ClassTags {
         const void* cls;
         std::vector<PropertyTags> properties;
+        // The key properties' positions, in the order the class's paths list them.
+        std::vector<std::size_t> keys;
     };
     const ClassTags& tagsFor(const diaghost::HostInstance& inst);
+    void hostInstance(const diaghost::HostInstance& inst, const ClassTags& tags,
+                      const std::vector<std::string>* properties);
+    void hostInstanceName(const diaghost::HostInstance& inst, const ClassTags& tags);
 
     Sink sink_;
     std::size_t flushAt_;

@@ -183,13 +183,11 @@ void WbemOperations::Reply::writeItem(CimXmlWriter& out, const CMPIInstance* ins
     case Items::ObjectsWithPath: {
         if (!inst)
             return;
-        CMPIObjectPath* path = inst->ft->getObjectPath(inst, nullptr);
+        // The instance's own path, which the writer reads from the instance.
         if (items_ == Items::NamedInstances)
-            out.namedInstance(path, inst, filter);
+            out.namedInstance(nullptr, inst, filter);
         else
-            out.objectWithPath(path, host, inst, filter);
-        if (path)
-            path->ft->release(path);
+            out.objectWithPath(nullptr, host, inst, filter);
         return;
     }
     case Items::None:

@@ -492,24 +492,13 @@ HostObjectPath* HostInstance::makePath() const {
     if (!keys || keys == onePathMade()) {
         ScopeMemory::PartsOf parts(this);
         keys = std::make_shared<HostObjectPath::KeySet>();
-        const auto& props = class_->properties;
-        auto addKey = [&](std::size_t i) {
-            if (!props[i].key || (at(i).state & CMPI_nullValue))
-                return;
+        for (std::size_t i : keyOrder()) {
+            if (at(i).state & CMPI_nullValue)
+                continue;
             CMPIData copy{};
             CMPIrc rc = DataCopy::copy(broker(), at(i), Placement::Parent, copy);
             (void)rc; // the values are the host's own objects
-            keys->appendBorrowed(props[i].name.c_str(), copy);
-        };
-        if (broker().dialect() == PathDialect::Sfcb) {
-            // sfcb lists an instance's keys as its repository lists the class's properties.
-            for (std::uint32_t i : class_->sfcbKeyOrder) {
-                if (i < count_)
-                    addKey(i);
-            }
-        } else {
-            for (std::size_t i = 0; i < count_; ++i)
-                addKey(i);
+            keys->appendBorrowed(class_->properties[i].name.c_str(), copy);
         }
         std::atomic_store(&pathKeys_, made ? keys : onePathMade());
     }
@@ -520,6 +509,26 @@ HostObjectPath* HostInstance::makePath() const {
     if (!keys->keys.empty())
         path->shareKeys(std::move(keys));
     return path.release();
+}
+
+const std::string& HostInstance::className() const {
+    return class_->name;
+}
+
+std::vector<std::size_t> HostInstance::keyOrder() const {
+    std::vector<std::size_t> order;
+    const auto& props = class_->properties;
+    if (broker().dialect() == PathDialect::Sfcb) {
+        // sfcb lists an instance's keys as its repository lists the class's properties.
+        for (std::uint32_t i : class_->sfcbKeyOrder)
+            if (i < count_ && props[i].key)
+                order.push_back(i);
+    } else {
+        for (std::size_t i = 0; i < count_; ++i)
+            if (props[i].key)
+                order.push_back(i);
+    }
+    return order;
 }
 
 HostObject* HostInstance::copy() const {

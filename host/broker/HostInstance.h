@@ -35,6 +35,8 @@ public:
 
     CMPIInstance* cmpi() { return &cmpi_; }
     const CimClass& cimClass() const { return *class_; }
+    // The class name as declared.
+    const std::string& className() const;
     const std::string& nameSpace() const { return ns_; }
     const std::string& host() const { return host_; }
     std::size_t propertyCount() const { return count_; }
@@ -58,9 +60,11 @@ public:
     void setFilter(const char** properties, const char** keyList);
 
     // A new path, owned by nobody: namespace and host of the instance, the class name as
-    // declared, and the key properties that are set, in declaration order (under the sfcb
-    // dialect in the class's sfcbKeyOrder).
+    // declared, and the key properties that are set, in keyOrder().
     HostObjectPath* makePath() const;
+    // The positions of the class's key properties in the order the instance's paths list them:
+    // declaration order, or under the sfcb dialect the class's sfcbKeyOrder.
+    std::vector<std::size_t> keyOrder() const;
 
     HostObject* copy() const override;
     void* cmpiObject() override { return &cmpi_; }
