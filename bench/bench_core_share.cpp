@@ -53,7 +53,6 @@ using wbembench::rootCimv2;
         host.loadRegistrations(DIAGCORE_SOURCE_DIR "/bench/bare/bare.reg");
         diagserver::WbemHttpServer::Options serverOptions;
         serverOptions.listen = {"127.0.0.1:0"};
-        serverOptions.threads = 2;
         diagserver::WbemHttpServer server(host, serverOptions);
         server.start();
         unsigned short port = server.ports().front();

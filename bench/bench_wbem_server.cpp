@@ -39,7 +39,6 @@ namespace {
     host.loadRegistrations(DIAGCORE_SOURCE_DIR "/mof/registration/diagcore.reg");
     diagserver::WbemHttpServer::Options serverOptions;
     serverOptions.listen = {"127.0.0.1:0"};
-    serverOptions.threads = 2;
     diagserver::WbemHttpServer server(host, serverOptions);
     server.start();
     unsigned short port = server.ports().front();

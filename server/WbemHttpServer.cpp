@@ -632,11 +632,7 @@ void WbemHttpServer::start() {
             Authenticator::Limits limits;
             limits.concurrentVerifications = o.concurrentVerifications;
             limits.verificationWait = o.verificationWait;
-            // Waiting requests hold their thread: at least one is left for the others.
-            const unsigned threads = o.threads ? o.threads : 1;
-            limits.waitingVerifications = threads > o.concurrentVerifications + 1
-                                              ? threads - o.concurrentVerifications - 1
-                                              : 0;
+            limits.waitingVerifications = o.waitingVerifications;
             const auto waited = std::chrono::ceil<std::chrono::seconds>(o.verificationWait);
             impl_->retryAfter = std::to_string(waited.count() > 0 ? waited.count() : 1);
             if (!o.passwordFile.empty()) {
@@ -667,19 +663,20 @@ void WbemHttpServer::start() {
                                  " without authentication to clients elsewhere: only loopback "
                                  "addresses are served without a password file or PAM service, "
                                  "unless unauthenticated remote clients are allowed");
-            unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL;
+            // A thread per connection: what one request waits for (a password check, a test
+            // that runs for minutes, a provider slow to answer) holds up no other client.
+            unsigned flags =
+                MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL;
             if (ipv6)
                 flags |= MHD_USE_IPv6;
             if (tls)
                 flags |= MHD_USE_TLS;
             MHD_Daemon* daemon = MHD_start_daemon(
                 flags, 0, nullptr, nullptr, &Impl::access, impl_.get(), MHD_OPTION_SOCK_ADDR,
-                reinterpret_cast<sockaddr*>(&socketAddress), MHD_OPTION_THREAD_POOL_SIZE,
-                static_cast<unsigned>(impl_->options.threads ? impl_->options.threads : 1),
-                MHD_OPTION_CONNECTION_LIMIT, impl_->options.maxConnections,
-                MHD_OPTION_CONNECTION_TIMEOUT, impl_->options.idleTimeoutSeconds,
-                MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed, impl_.get(), MHD_OPTION_ARRAY,
-                tlsOptions.data(), MHD_OPTION_END);
+                reinterpret_cast<sockaddr*>(&socketAddress), MHD_OPTION_CONNECTION_LIMIT,
+                impl_->options.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+                impl_->options.idleTimeoutSeconds, MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed,
+                impl_.get(), MHD_OPTION_ARRAY, tlsOptions.data(), MHD_OPTION_END);
             if (!daemon)
                 throw StartError("cannot listen on " + address + ": " + std::strerror(errno));
             Listener listener{address, daemon, 0};

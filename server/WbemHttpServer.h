@@ -1,8 +1,10 @@
 // Serves CIM operations over HTTP (libmicrohttpd): POST or M-POST (with its Man header) to
 // /cimom, the CIMOperation, CIMMethod and CIMObject headers checked against the body, the answer
 // from WbemOperations. What is not a CIM request gets the HTTP status and the CIMError header
-// that name the fault, and the server goes on. Requests are served by a fixed pool of threads,
-// bodies past a size and connections past a count are refused, idle connections are closed.
+// that name the fault, and the server goes on. Each connection is served by a thread of its own,
+// so a request that takes long (a password check, a long test, a slow provider) holds up its own
+// client only; bodies past a size and connections past a count are refused, idle connections are
+// closed.
 // Optionally over TLS, and with HTTP Basic authentication against a password file or by PAM: then
 // a request without valid credentials is answered 401 before any of it is read. Credentials
 // verified lately are taken without verifying again; while the verifications allowed at once are
@@ -31,8 +33,8 @@ public:
     struct Options {
         // "ADDRESS:PORT", an IPv6 address in brackets ("[::1]:5988"); port 0 picks a free one.
         std::vector<std::string> listen{"127.0.0.1:5988"};
-        unsigned threads = 4;
         std::size_t maxBody = std::size_t{16} << 20;
+        // Connections served at once, each by a thread of its own; one more is closed at once.
         unsigned maxConnections = 64;
         unsigned idleTimeoutSeconds = 60;
         XmlReader::Limits xml;
@@ -49,10 +51,11 @@ public:
         std::string pamService;
         std::string pamConfigDir;
         std::string realm = "CIM";
-        // Verifications of passwords (crypt(3) or PAM) running at once (0: no limit), and how
-        // long a request waits for one before it is answered 503. At most threads - this - 1
-        // requests wait, so that a thread is left for requests needing no verification.
+        // Verifications of passwords (crypt(3) or PAM) running at once (0: no limit), how many
+        // more requests may wait for one (a request past them is answered 503 at once), and how
+        // long a request waits before it is answered 503.
         unsigned concurrentVerifications = 1;
+        unsigned waitingVerifications = 2;
         std::chrono::milliseconds verificationWait{2000};
         // Without authentication, addresses other than loopback ones are refused unless this
         // says the operator wants unauthenticated clients from elsewhere anyway.

@@ -253,7 +253,7 @@ int Diagctl::serve(diaghost::Host& host) {
     diagserver::WbemHttpServer::Options options;
     if (!options_.listen.empty())
         options.listen = options_.listen;
-    options.threads = options_.threads;
+    options.maxConnections = options_.connections;
     options.idleTimeoutSeconds = options_.idleTimeoutSeconds;
     options.unauthenticatedRemote = options_.unauthenticatedRemote;
     options.certificateFile = options_.certificateFile;

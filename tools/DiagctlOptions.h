@@ -43,10 +43,10 @@ struct DiagctlOptions {
     std::string mof;                    // empty: the default class file
     std::string registrations;          // empty: the default registration file
     std::vector<std::string> providers; // empty: the default provider folder
-    // serve: where to listen ("ADDRESS:PORT"; empty: 127.0.0.1:5988), worker threads, and the
-    // access log ("-" for the error stream; empty: none).
+    // serve: where to listen ("ADDRESS:PORT"; empty: 127.0.0.1:5988), the connections served at
+    // once (a thread each), and the access log ("-" for the error stream; empty: none).
     std::vector<std::string> listen;
-    unsigned threads = 4;
+    unsigned connections = 64;
     unsigned idleTimeoutSeconds = 60; // a connection idle this long is closed
     std::string accessLog;
     bool unauthenticatedRemote = false; // serve non-loopback addresses without authentication

@@ -273,6 +273,8 @@ TEST(DiagctlOptionsTest, VerificationLimitsTakeTheirRangesForServeWithAPasswordF
         EXPECT_EQ(refusal({"serve", "--password-file", "p", "--verification-wait", bad}),
                   "--verification-wait takes a number of milliseconds from 0 to 60000")
             << bad;
+    EXPECT_EQ(refusal({"serve", "--connections", "0"}),
+              "--connections takes a number from 1 to 1024");
     EXPECT_EQ(refusal({"serve", "--verification-wait", "10"}),
               "--verifications and --verification-wait need --password-file or --pam");
     EXPECT_EQ(refusal({"serve", "--pam", "diagctl", "--password-file", "p"}),

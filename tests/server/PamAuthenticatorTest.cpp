@@ -297,6 +297,36 @@ TEST_F(PamServingTest, GoodCredentialsAreServedAndWrongOnesGet401) {
     EXPECT_EQ(log_.str().find("correct horse"), std::string::npos) << "a password is logged";
 }
 
+TEST_F(PamServingTest, PasswordChecksThatTakeLongHoldUpNoOtherClient) {
+    // Six clients whose checks do not end until released, more than a pool of threads would
+    // have: a seventh is still served meanwhile.
+    SKIP_WITHOUT_PAM_MODULES();
+    WbemHttpServer::Options o = options();
+    o.concurrentVerifications = 0;
+    WbemHttpServer server(zorqtest::sharedHost(), o);
+    server.start();
+    const unsigned short port = server.ports().at(0);
+    std::vector<std::future<std::string>> held;
+    for (int i = 0; i < 6; ++i) // held:held pass
+        held.push_back(std::async(std::launch::async,
+                                  [port] { return exchange(port, "aGVsZDpoZWxkIHBhc3M="); }));
+    services_.waitUntilHeld();
+    std::this_thread::sleep_for(300ms);
+    auto other = std::async(std::launch::async, [port] {
+        return exchange(port, "YWxpY2U6Y29ycmVjdCBob3JzZTpiYXR0ZXJ5");
+    });
+    const bool answered = other.wait_for(5s) == std::future_status::ready;
+    services_.release();
+    EXPECT_TRUE(answered) << "a client waited for other clients' password checks";
+    const std::string answer = other.get();
+    EXPECT_EQ(answer.rfind("HTTP/1.1 200 ", 0), 0u) << answer;
+    for (auto& h : held) {
+        const std::string heldAnswer = h.get();
+        EXPECT_EQ(heldAnswer.rfind("HTTP/1.1 200 ", 0), 0u) << heldAnswer;
+    }
+    server.stop();
+}
+
 TEST_F(PamServingTest, PamStandsInsteadOfAPasswordFileAndLetsRemoteClientsBeServed) {
     auto startRefused = [](WbemHttpServer::Options o) {
         try {

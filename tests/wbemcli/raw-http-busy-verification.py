@@ -21,7 +21,7 @@ import tempfile
 import time
 
 HOST = "127.0.0.1"
-BURST = 8  # requests at once, more than the server's 4 threads
+BURST = 8  # requests at once, more than the one verification and two waiting for it
 ROUNDS = 20  # bursts tried before a 503 for the right password is given up on (a loaded machine
 #              may serve a burst one request at a time)
 PASSWORDS = {"operator": "g00d-pass", "reader": "r3ad-pass"}

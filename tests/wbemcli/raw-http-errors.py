@@ -246,7 +246,7 @@ def main():
             print("ok   a chunked body past twice the limit: cut off", flush=True)
     server_goes_on("chunked body past twice the limit")
 
-    # Clients that send half a request and stall, more of them than the server has threads:
+    # Clients that send half a request and stall (each holds a server thread of its own):
     # others are served meanwhile, and the server closes them after its idle timeout.
     stalled = [socket.create_connection((HOST, PORT), timeout=IDLE_TIMEOUT + 5) for _ in range(8)]
     started = time.monotonic()
