@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <utility>
 
 namespace diagserver {
@@ -81,8 +82,13 @@ bool controlIn(const std::string& text) {
 PamAuthenticator::PamAuthenticator(std::string service)
     : PamAuthenticator(std::move(service), Options()) {}
 
+PamAuthenticator::Options PamAuthenticator::oneAtATime(Options options) {
+    options.concurrentVerifications = 1;
+    return options;
+}
+
 PamAuthenticator::PamAuthenticator(std::string service, Options options)
-    : Authenticator(options), service_(std::move(service)),
+    : Authenticator(oneAtATime(options)), service_(std::move(service)),
       configDir_(std::move(options.configDir)) {
     // PAM would take the part after a '/' as the name: a name meant as a path is refused.
     if (service_.empty() || service_.find('/') != std::string::npos ||
@@ -125,6 +131,9 @@ PamAuthenticator::Verdict PamAuthenticator::check(const std::string& user,
 
 bool PamAuthenticator::transaction(const std::string& user, const std::string& password,
                                    std::string& why) const {
+    // Also across authenticators: two servers in one process share the audit library.
+    static std::mutex oneTransaction;
+    std::lock_guard<std::mutex> turn(oneTransaction);
     Credentials credentials{user.c_str(), password.c_str()};
     const pam_conv conversation{&converse, &credentials};
     pam_handle_t* handle = nullptr;

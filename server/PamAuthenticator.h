@@ -1,10 +1,11 @@
 // Checks Basic credentials with PAM, for a service configured in /etc/pam.d or in a folder of its
 // own: the user is authenticated (the modules' prompts answered with the password, or the user
-// name when echoed) and then its account checked, and both must succeed. Modules are run a few at
-// a time (one unless more are allowed: not every module is thread-safe), and a module's delay
-// after a failure is not slept through on a server thread, as the bounds on verifications already
-// throttle guessing. A success is remembered for the cache's lifetime, so a password changed or an
-// account closed meanwhile lets in until then. Bad input is refused, never thrown at.
+// name when echoed) and then its account checked, and both must succeed. One transaction runs at a
+// time in the whole process, whatever the limits allow (the audit library PAM logs each step
+// through keeps process-wide state, as some modules do), and a module's delay after a failure is
+// not slept through on a server thread, as the bounds on verifications already throttle guessing. A
+// success is remembered for the cache's lifetime, so a password changed or an account closed
+// meanwhile lets in until then. Bad input is refused, never thrown at.
 #ifndef DIAGSERVER_PAMAUTHENTICATOR_H
 #define DIAGSERVER_PAMAUTHENTICATOR_H
 
@@ -23,7 +24,7 @@ public:
         using std::runtime_error::runtime_error;
     };
 
-    // The limits are on PAM transactions.
+    // The limits are on PAM transactions; more than one at once is never allowed.
     struct Options : Authenticator::Limits {
         // The folder the service's file is read from instead of the system's (empty: the
         // system's, where a service without a file falls back to "other").
@@ -44,6 +45,7 @@ public:
     const std::string& service() const { return service_; }
 
 private:
+    static Options oneAtATime(Options options);
     // One PAM transaction, from pam_start to pam_end; false with why set when a step fails.
     bool transaction(const std::string& user, const std::string& password, std::string& why) const;
 

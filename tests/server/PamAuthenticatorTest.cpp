@@ -199,6 +199,21 @@ TEST_F(PamAuthenticatorTest, AModulesDelayAfterAFailureIsNotSleptThrough) {
     EXPECT_TRUE(pam.verify("alice", "correct horse:battery"));
 }
 
+TEST_F(PamAuthenticatorTest, TransactionsRunOneAtATimeWhateverTheLimitsAllow) {
+    SKIP_WITHOUT_PAM_MODULES();
+    PamAuthenticator::Options unlimited = options();
+    unlimited.concurrentVerifications = 0;
+    unlimited.waitingVerifications = 1;
+    unlimited.verificationWait = 200ms;
+    PamAuthenticator pam("check", unlimited);
+    auto held = std::async(std::launch::async, [&] { return pam.check("held", "held pass"); });
+    services_.waitUntilHeld();
+    EXPECT_EQ(pam.check("bob", "x"), Verdict::Busy);
+    services_.release();
+    EXPECT_EQ(held.get(), Verdict::Accepted);
+    EXPECT_EQ(services_.runs(), 1u);
+}
+
 TEST_F(PamAuthenticatorTest, AVerificationFindingTheLimitTakenIsBusyWhenItsWaitRunsOut) {
     SKIP_WITHOUT_PAM_MODULES();
     PamAuthenticator::Options limited = options();
@@ -298,14 +313,18 @@ TEST_F(PamServingTest, GoodCredentialsAreServedAndWrongOnesGet401) {
 }
 
 TEST_F(PamServingTest, PasswordChecksThatTakeLongHoldUpNoOtherClient) {
-    // Six clients whose checks do not end until released, more than a pool of threads would
-    // have: a seventh is still served meanwhile.
+    // Six clients whose checks do not end until released (one running, five waiting for their
+    // turn), more than a pool of threads would have: a client already verified is still served
+    // meanwhile.
     SKIP_WITHOUT_PAM_MODULES();
     WbemHttpServer::Options o = options();
-    o.concurrentVerifications = 0;
+    o.waitingVerifications = 6;
+    o.verificationWait = 20s;
     WbemHttpServer server(zorqtest::sharedHost(), o);
     server.start();
     const unsigned short port = server.ports().at(0);
+    // alice:correct horse:battery
+    ASSERT_EQ(exchange(port, "YWxpY2U6Y29ycmVjdCBob3JzZTpiYXR0ZXJ5").rfind("HTTP/1.1 200 ", 0), 0u);
     std::vector<std::future<std::string>> held;
     for (int i = 0; i < 6; ++i) // held:held pass
         held.push_back(std::async(std::launch::async,
