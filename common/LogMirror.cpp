@@ -97,16 +97,24 @@ bool LogMirror::open(const std::string& target, int maxSeverity) {
 }
 
 void LogMirror::openFromEnvironment() {
-    static std::once_flag once;
+    // Once, but again after a failed attempt. Not std::call_once: a callable that throws leaves
+    // some implementations' once flag taken for good (ThreadSanitizer's, for one), so that the
+    // next call would wait forever.
+    static std::mutex opening;
+    static std::atomic<bool> opened{false};
+    if (opened.load(std::memory_order_acquire))
+        return;
     try {
-        std::call_once(once, [] {
-            const char* target = std::getenv("DIAGCORE_LOG");
-            if (target == nullptr || *target == '\0')
-                return;
+        std::lock_guard<std::mutex> lock(opening);
+        if (opened.load(std::memory_order_relaxed))
+            return;
+        const char* target = std::getenv("DIAGCORE_LOG");
+        if (target != nullptr && *target != '\0') {
             const char* level = std::getenv("DIAGCORE_LOG_LEVEL");
             int maxSeverity = level ? std::atoi(level) : 4;
             open(target, maxSeverity > 0 ? maxSeverity : 4);
-        });
+        }
+        opened.store(true, std::memory_order_release);
     } catch (...) {
         // No mirror this time; the next call tries again.
     }
