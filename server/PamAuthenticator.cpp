@@ -2,6 +2,7 @@
 
 #include <security/pam_appl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -129,8 +130,25 @@ PamAuthenticator::Verdict PamAuthenticator::check(const std::string& user,
     return Verdict::Refused;
 }
 
+bool PamAuthenticator::configured() const {
+    const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
+    if (!configDir_.empty())
+        return readable(configDir_ + "/" + service_) || readable(configDir_ + "/other");
+    for (const char* folder : {"/etc/pam.d/", "/usr/lib/pam.d/"})
+        if (readable(folder + service_) || readable(std::string(folder) + "other"))
+            return true;
+    return readable("/etc/pam.conf");
+}
+
 bool PamAuthenticator::transaction(const std::string& user, const std::string& password,
                                    std::string& why) const {
+    // Linux-PAM's pam_start keeps a little memory for good when it finds no configuration for the
+    // service, which a client could repeat at will: such a service is refused before PAM is asked.
+    if (!configured()) {
+        why = "PAM service " + service_ + ": no configuration for it in " +
+              (configDir_.empty() ? std::string("/etc/pam.d") : configDir_);
+        return false;
+    }
     // Also across authenticators: two servers in one process share the audit library.
     static std::mutex oneTransaction;
     std::lock_guard<std::mutex> turn(oneTransaction);

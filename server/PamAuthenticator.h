@@ -46,6 +46,8 @@ public:
 
 private:
     static Options oneAtATime(Options options);
+    // Whether a file configures the service (its own, or "other" to fall back to).
+    bool configured() const;
     // One PAM transaction, from pam_start to pam_end; false with why set when a step fails.
     bool transaction(const std::string& user, const std::string& password, std::string& why) const;
 
