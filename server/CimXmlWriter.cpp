@@ -28,6 +28,13 @@ std::string_view stringText(const CMPIString* s) {
     return p ? std::string_view(p) : std::string_view();
 }
 
+// A key's value as a path hands it out: a set value is marked as a key.
+CMPIData asKey(CMPIData value) {
+    if (!(value.state & CMPI_nullValue))
+        value.state = CMPI_keyValue;
+    return value;
+}
+
 bool isNull(const CMPIData& d) {
     return (d.state & (CMPI_nullValue | CMPI_notFound | CMPI_badValue)) != 0 || d.type == CMPI_null;
 }
@@ -270,12 +277,8 @@ void CimXmlWriter::instanceName(const CMPIObjectPath* path) {
         raw("<INSTANCENAME");
         attribute("CLASSNAME", own->className() ? own->className() : "");
         put('>');
-        for (const diaghost::HostObjectPath::Key& key : own->keys()) {
-            CMPIData value = key.value;
-            if (!(value.state & CMPI_nullValue))
-                value.state = CMPI_keyValue;
-            keyBinding(key.name ? key.name : "", value);
-        }
+        for (const diaghost::HostObjectPath::Key& key : own->keys())
+            keyBinding(key.name ? key.name : "", asKey(key.value));
         raw("</INSTANCENAME>");
         return;
     }
@@ -292,18 +295,21 @@ void CimXmlWriter::instanceName(const CMPIObjectPath* path) {
     closeTag("INSTANCENAME");
 }
 
-void CimXmlWriter::instancePath(const CMPIObjectPath* path, std::string_view host) {
-    openTag("INSTANCEPATH");
-    openTag("NAMESPACEPATH");
-    std::string_view own =
-        path && path->ft ? stringText(path->ft->getHostname(path, nullptr)) : std::string_view();
-    openTag("HOST");
+void CimXmlWriter::namespacePath(std::string_view own, std::string_view host, std::string_view ns) {
+    raw("<NAMESPACEPATH><HOST>");
     text(!own.empty() ? own : !host.empty() ? host : "localhost");
-    closeTag("HOST");
-    localNamespacePath(path && path->ft ? stringText(path->ft->getNameSpace(path, nullptr)) : "");
-    closeTag("NAMESPACEPATH");
+    raw("</HOST>");
+    localNamespacePath(ns);
+    raw("</NAMESPACEPATH>");
+}
+
+void CimXmlWriter::instancePath(const CMPIObjectPath* path, std::string_view host) {
+    raw("<INSTANCEPATH>");
+    const bool usable = path && path->ft;
+    namespacePath(usable ? stringText(path->ft->getHostname(path, nullptr)) : std::string_view(),
+                  host, usable ? stringText(path->ft->getNameSpace(path, nullptr)) : "");
     instanceName(path);
-    closeTag("INSTANCEPATH");
+    raw("</INSTANCEPATH>");
 }
 
 void CimXmlWriter::localInstancePath(const CMPIObjectPath* path) {
@@ -337,13 +343,8 @@ void CimXmlWriter::objectPath(const CMPIObjectPath* path, std::string_view host)
 
 void CimXmlWriter::classPath(std::string_view host, std::string_view ns,
                              std::string_view className) {
-    openTag("CLASSPATH");
-    openTag("NAMESPACEPATH");
-    openTag("HOST");
-    text(!host.empty() ? host : "localhost");
-    closeTag("HOST");
-    localNamespacePath(ns);
-    closeTag("NAMESPACEPATH");
+    raw("<CLASSPATH>");
+    namespacePath({}, host, ns);
     raw("<CLASSNAME");
     attribute("NAME", className);
     raw("/>");
@@ -565,13 +566,10 @@ void CimXmlWriter::hostInstanceName(const diaghost::HostInstance& h, const Class
     raw("<INSTANCENAME");
     attribute("CLASSNAME", h.className());
     put('>');
-    for (std::size_t i : tags.keys) {
-        CMPIData value = h.at(i);
-        if (value.state & CMPI_nullValue)
-            continue;
-        value.state = CMPI_keyValue;
-        keyBinding(tags.properties[i].name, value);
-    }
+    // As the instance's paths: keys that are not set are left out.
+    for (std::size_t i : tags.keys)
+        if (!(h.at(i).state & CMPI_nullValue))
+            keyBinding(tags.properties[i].name, asKey(h.at(i)));
     raw("</INSTANCENAME>");
 }
 
@@ -602,11 +600,8 @@ void CimXmlWriter::objectWithPath(const CMPIObjectPath* path, std::string_view h
     const diaghost::HostInstance* h = path ? nullptr : diaghost::HostInstance::from(inst);
     if (h) {
         const ClassTags& tags = tagsFor(*h);
-        raw("<INSTANCEPATH><NAMESPACEPATH><HOST>");
-        text(!h->host().empty() ? std::string_view(h->host()) : !host.empty() ? host : "localhost");
-        raw("</HOST>");
-        localNamespacePath(h->nameSpace());
-        raw("</NAMESPACEPATH>");
+        raw("<INSTANCEPATH>");
+        namespacePath(h->host(), host, h->nameSpace());
         hostInstanceName(*h, tags);
         raw("</INSTANCEPATH>");
         hostInstance(*h, tags, properties);

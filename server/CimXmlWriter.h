@@ -130,6 +130,8 @@ private:
     // Text from its first byte that is not plain ASCII on.
     void escaped(std::string_view text);
     void localNamespacePath(std::string_view ns);
+    // NAMESPACEPATH: the path's own host, else `host`, else "localhost"; and the namespace.
+    void namespacePath(std::string_view own, std::string_view host, std::string_view ns);
     void keyBinding(std::string_view name, const CMPIData& value);
     void valueReference(const CMPIObjectPath* path);
     void scalarValue(CMPIType type, const CMPIValue& value);
