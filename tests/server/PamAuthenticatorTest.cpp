@@ -124,6 +124,15 @@ protected:
         o.configDir = services_.folder();
         return o;
     }
+    // At most `concurrent` transactions at once (0: as many as asked for), one more waiting
+    // 200 ms for its turn.
+    PamAuthenticator::Options limitedTo(unsigned concurrent) const {
+        PamAuthenticator::Options o = options();
+        o.concurrentVerifications = concurrent;
+        o.waitingVerifications = 1;
+        o.verificationWait = 200ms;
+        return o;
+    }
 
     PamServices services_;
 };
@@ -201,11 +210,7 @@ TEST_F(PamAuthenticatorTest, AModulesDelayAfterAFailureIsNotSleptThrough) {
 
 TEST_F(PamAuthenticatorTest, TransactionsRunOneAtATimeWhateverTheLimitsAllow) {
     SKIP_WITHOUT_PAM_MODULES();
-    PamAuthenticator::Options unlimited = options();
-    unlimited.concurrentVerifications = 0;
-    unlimited.waitingVerifications = 1;
-    unlimited.verificationWait = 200ms;
-    PamAuthenticator pam("check", unlimited);
+    PamAuthenticator pam("check", limitedTo(0));
     auto held = std::async(std::launch::async, [&] { return pam.check("held", "held pass"); });
     services_.waitUntilHeld();
     EXPECT_EQ(pam.check("bob", "x"), Verdict::Busy);
@@ -216,11 +221,7 @@ TEST_F(PamAuthenticatorTest, TransactionsRunOneAtATimeWhateverTheLimitsAllow) {
 
 TEST_F(PamAuthenticatorTest, AVerificationFindingTheLimitTakenIsBusyWhenItsWaitRunsOut) {
     SKIP_WITHOUT_PAM_MODULES();
-    PamAuthenticator::Options limited = options();
-    limited.concurrentVerifications = 1;
-    limited.waitingVerifications = 1;
-    limited.verificationWait = 200ms;
-    PamAuthenticator pam("check", limited);
+    PamAuthenticator pam("check", limitedTo(1));
     ASSERT_TRUE(pam.verify("alice", "correct horse:battery"));
 
     auto held = std::async(std::launch::async, [&] { return pam.check("held", "held pass"); });

@@ -18,7 +18,9 @@ import socket
 import subprocess
 import sys
 import tempfile
-import time
+
+sys.dont_write_bytecode = True  # no compiled copy of served.py in the source tree
+import served  # noqa: E402
 
 HOST = "127.0.0.1"
 BURST = 8  # requests at once, more than the one verification and two waiting for it
@@ -179,20 +181,10 @@ def no_limit(run):
 def start(verifications):
     """diagctl serve with that many verifications at once and no wait for one; sets PORT."""
     global PORT, server
-    errors = open(os.path.join(WORK, f"serve-{verifications}.err"), "w+")
-    server = subprocess.Popen([DIAGCTL, "serve", "--listen", f"{HOST}:0", "--password-file",
-                               PASSWORD_FILE, "--verifications", str(verifications),
-                               "--verification-wait", "0", "--access-log", ACCESS_LOG],
-                              stderr=errors)
-    for _ in range(100):
-        errors.seek(0)
-        found = re.search(r"http://127\.0\.0\.1:(\d+)/cimom", errors.read())
-        if found:
-            PORT = int(found.group(1))
-            return
-        time.sleep(0.1)
-    errors.seek(0)
-    raise SystemExit(errors.read() + "FAIL: the server did not start")
+    server, PORT = served.start([DIAGCTL, "serve", "--listen", f"{HOST}:0", "--password-file",
+                                 PASSWORD_FILE, "--verifications", str(verifications),
+                                 "--verification-wait", "0", "--access-log", ACCESS_LOG],
+                                os.path.join(WORK, f"serve-{verifications}.err"))
 
 
 def stop():

@@ -8,10 +8,12 @@ import http.client
 import os
 import re
 import socket
-import subprocess
 import sys
 import tempfile
 import time
+
+sys.dont_write_bytecode = True  # no compiled copy of served.py in the source tree
+import served  # noqa: E402
 
 NS = "root/cimv2"
 HOST = "127.0.0.1"
@@ -346,22 +348,10 @@ def main():
 
 if __name__ == "__main__":
     work = tempfile.mkdtemp()
-    errors = open(os.path.join(work, "serve.err"), "w+")
-    server = subprocess.Popen([sys.argv[1], "serve", "--listen", f"{HOST}:0",
-                               "--idle-timeout", str(IDLE_TIMEOUT)], stderr=errors)
+    server, PORT = served.start([sys.argv[1], "serve", "--listen", f"{HOST}:0",
+                                 "--idle-timeout", str(IDLE_TIMEOUT)],
+                                os.path.join(work, "serve.err"))
     try:
-        PORT = None
-        for _ in range(100):
-            errors.seek(0)
-            found = re.search(r"http://127\.0\.0\.1:(\d+)/cimom", errors.read())
-            if found:
-                PORT = int(found.group(1))
-                break
-            time.sleep(0.1)
-        if PORT is None:
-            errors.seek(0)
-            print(errors.read() + "FAIL: the server did not start")
-            sys.exit(1)
         status = main()
     finally:
         server.terminate()
