@@ -101,6 +101,14 @@ void CimXmlWriter::flush() {
     size_ = 0;
 }
 
+void CimXmlWriter::pass(std::string_view markup) {
+    flush();
+    if (markup.empty())
+        return;
+    sink_(markup);
+    written_ += markup.size();
+}
+
 void CimXmlWriter::maybeFlush() {
     if (size_ >= flushAt_)
         flush();

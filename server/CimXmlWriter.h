@@ -35,6 +35,9 @@ public:
 
     // Hands what is buffered to the sink.
     void flush();
+    // Hands what is buffered and then markup written elsewhere to the sink, the markup without
+    // copying it first.
+    void pass(std::string_view markup);
     // Bytes written so far, flushed or not.
     std::uint64_t written() const { return written_ + size_; }
 

@@ -1,100 +1,102 @@
 #include "server/ResultQueue.h"
 
-#include <cmpift.h>
-
-#include <algorithm>
 #include <chrono>
+#include <exception>
 #include <utility>
 
 namespace diagserver {
 
-ResultQueue::Item::Item(Item&& other) noexcept
-    : object_(std::exchange(other.object_, nullptr)), instance_(other.instance_) {}
-
-ResultQueue::Item& ResultQueue::Item::operator=(Item&& other) noexcept {
-    if (this != &other) {
-        release();
-        object_ = std::exchange(other.object_, nullptr);
-        instance_ = other.instance_;
-    }
-    return *this;
-}
-
-ResultQueue::Item::~Item() {
-    release();
-}
-
-const CMPIInstance* ResultQueue::Item::instance() const {
-    return instance_ ? static_cast<const CMPIInstance*>(object_) : nullptr;
-}
-
-const CMPIObjectPath* ResultQueue::Item::path() const {
-    return instance_ ? nullptr : static_cast<const CMPIObjectPath*>(object_);
-}
-
-void ResultQueue::Item::release() noexcept {
-    if (object_ == nullptr)
-        return;
-    if (instance_) {
-        auto* inst = static_cast<CMPIInstance*>(object_);
-        inst->ft->release(inst);
-    } else {
-        auto* path = static_cast<CMPIObjectPath*>(object_);
-        path->ft->release(path);
-    }
-    object_ = nullptr;
-}
-
 namespace {
 
-// How long the writer waits for a whole batch before it takes what there is.
-constexpr std::chrono::milliseconds batchWait{2};
+// How long the writer waits for a whole piece before it takes what is written.
+constexpr std::chrono::milliseconds pieceWait{2};
+// Spent pieces kept for their memory.
+constexpr std::size_t spareKept = 2;
 
 } // namespace
 
-ResultQueue::ResultQueue(std::size_t capacity)
-    : capacity_(capacity > 0 ? capacity : 1), batch_(std::max<std::size_t>(1, capacity_ / 2)) {}
+ResultQueue::ResultQueue(WriteItem write, std::size_t capacity, std::size_t pieceSize)
+    : write_(std::move(write)), capacity_(capacity > 0 ? capacity : 1),
+      writer_([this](std::string_view piece) { push(piece); }, pieceSize > 0 ? pieceSize : 1) {}
 
 ResultQueue::~ResultQueue() = default;
 
-std::deque<ResultQueue::Item> ResultQueue::takeReturned() {
-    std::deque<Item> out;
-    out.swap(returned_);
-    return out;
-}
-
-bool ResultQueue::put(void* object, bool instance) {
-    // Owned from here on, whatever happens.
-    Item item(object, instance);
-    std::deque<Item> written; // released after the lock
+void ResultQueue::push(std::string_view piece) {
     std::unique_lock<std::mutex> lock(mutex_);
-    written = takeReturned();
-    if (items_.size() >= capacity_ && !cancelled_) {
+    if (pieces_.size() >= capacity_ && !cancelled_) {
+        // Woken once half the queue is free, not for every piece taken, so that the two
+        // threads do not take turns piece by piece.
         operationWaiting_ = true;
-        forOperation_.wait(lock,
-                           [this] { return cancelled_ || items_.size() + batch_ <= capacity_; });
+        forOperation_.wait(lock, [this] { return cancelled_ || pieces_.size() <= resumeAt(); });
         operationWaiting_ = false;
     }
     if (cancelled_)
+        return;
+    std::string copy;
+    if (!spare_.empty()) {
+        copy = std::move(spare_.back());
+        spare_.pop_back();
+    }
+    copy.assign(piece);
+    pieces_.push_back(std::move(copy));
+    forWriter_.notify_all();
+}
+
+void ResultQueue::flushWritten() noexcept {
+    try {
+        writer_.flush();
+    } catch (const std::exception& e) {
+        writeFailure_ = diaghost::OperationStatus::make(
+            CMPI_RC_ERR_FAILED, std::string("the answer could not be written: ") + e.what());
+        refusing_ = true;
+    } catch (...) {
+        writeFailure_ =
+            diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the answer could not be written");
+        refusing_ = true;
+    }
+}
+
+bool ResultQueue::write(const CMPIInstance* instance, const CMPIObjectPath* path) {
+    std::lock_guard<std::mutex> lock(writeMutex_);
+    if (refusing_)
         return false;
-    items_.push_back(std::move(item));
-    if (writerWaiting_ && (writerTakesAny_ || items_.size() >= batch_))
-        forWriter_.notify_all();
-    return true;
+    try {
+        write_(writer_, instance, path);
+        writer_.maybeFlush();
+    } catch (const std::exception& e) {
+        writeFailure_ = diaghost::OperationStatus::make(
+            CMPI_RC_ERR_FAILED, std::string("the answer could not be written: ") + e.what());
+        refusing_ = true;
+        return false;
+    } catch (...) {
+        writeFailure_ =
+            diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the answer could not be written");
+        refusing_ = true;
+        return false;
+    }
+    if (hungry_)
+        flushWritten();
+    return !refusing_;
 }
 
-bool ResultQueue::instance(CMPIInstance* copy) {
-    return put(copy, true);
+bool ResultQueue::instance(const CMPIInstance* returned) {
+    return returned != nullptr && write(returned, nullptr);
 }
 
-bool ResultQueue::path(CMPIObjectPath* copy) {
-    return put(copy, false);
+bool ResultQueue::path(const CMPIObjectPath* returned) {
+    return returned != nullptr && write(nullptr, returned);
 }
 
 void ResultQueue::finish(diaghost::OperationStatus status) {
-    std::deque<Item> written; // released after the lock
+    {
+        std::lock_guard<std::mutex> lock(writeMutex_);
+        if (!refusing_)
+            flushWritten();
+        if (writeFailure_)
+            status = *writeFailure_;
+        refusing_ = true;
+    }
     std::lock_guard<std::mutex> lock(mutex_);
-    written = takeReturned();
     status_ = std::move(status);
     finished_ = true;
     forWriter_.notify_all();
@@ -102,45 +104,42 @@ void ResultQueue::finish(diaghost::OperationStatus status) {
 
 bool ResultQueue::waitForFirst() {
     std::unique_lock<std::mutex> lock(mutex_);
-    writerWaiting_ = writerTakesAny_ = true;
-    forWriter_.wait(lock, [this] { return finished_ || cancelled_ || !items_.empty(); });
-    writerWaiting_ = writerTakesAny_ = false;
-    return !items_.empty();
+    forWriter_.wait(lock, [this] { return finished_ || cancelled_ || !pieces_.empty(); });
+    return !pieces_.empty();
 }
 
-const ResultQueue::Item* ResultQueue::next() {
-    if (current_) {
-        spent_.push_back(std::move(taken_.front()));
-        taken_.pop_front();
-        current_ = false;
+const std::string* ResultQueue::next() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!current_.empty()) {
+        if (spare_.size() < spareKept)
+            spare_.push_back(std::move(current_));
+        current_.clear();
     }
-    if (taken_.empty()) {
-        std::deque<Item> written; // released here, after the lock, once the operation has ended
-        std::unique_lock<std::mutex> lock(mutex_);
-        if (finished_ || cancelled_) {
-            written.swap(spent_);
-        } else {
-            for (Item& item : spent_)
-                returned_.push_back(std::move(item));
-            spent_.clear();
+    auto ready = [this] { return finished_ || cancelled_ || !pieces_.empty(); };
+    if (!ready()) {
+        forWriter_.wait_for(lock, pieceWait, ready);
+        if (!ready()) {
+            // Whatever is written goes now, and each object from here on as it comes. An object
+            // being written meanwhile is handed on by its own writer once it is whole.
+            hungry_ = true;
+            lock.unlock();
+            {
+                std::unique_lock<std::mutex> writing(writeMutex_, std::try_to_lock);
+                if (writing.owns_lock() && !refusing_)
+                    flushWritten();
+            }
+            lock.lock();
+            forWriter_.wait(lock, ready);
         }
-        if (items_.empty() && !finished_ && !cancelled_) {
-            writerWaiting_ = true;
-            forWriter_.wait_for(lock, batchWait, [this] {
-                return finished_ || cancelled_ || items_.size() >= batch_;
-            });
-            writerTakesAny_ = true;
-            forWriter_.wait(lock, [this] { return finished_ || cancelled_ || !items_.empty(); });
-            writerWaiting_ = writerTakesAny_ = false;
-        }
-        taken_.swap(items_);
-        if (operationWaiting_)
-            forOperation_.notify_all();
     }
-    if (taken_.empty())
+    if (pieces_.empty())
         return nullptr;
-    current_ = true;
-    return &taken_.front();
+    current_ = std::move(pieces_.front());
+    pieces_.pop_front();
+    hungry_ = false;
+    if (operationWaiting_ && pieces_.size() <= resumeAt())
+        forOperation_.notify_all();
+    return &current_;
 }
 
 diaghost::OperationStatus ResultQueue::status() const {
@@ -154,16 +153,13 @@ bool ResultQueue::failed() const {
 }
 
 void ResultQueue::cancel() {
-    std::deque<Item> dropped;
-    std::deque<Item> written;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        cancelled_ = true;
-        dropped.swap(items_);
-        written = takeReturned();
-        forWriter_.notify_all();
-        forOperation_.notify_all();
-    }
+    std::deque<std::string> dropped;
+    std::lock_guard<std::mutex> lock(mutex_);
+    cancelled_ = true;
+    refusing_ = true;
+    dropped.swap(pieces_);
+    forWriter_.notify_all();
+    forOperation_.notify_all();
 }
 
 } // namespace diagserver

@@ -1,94 +1,95 @@
-// A bounded hand-over of the instances or paths one operation returns, from the thread running the
-// operation to the thread writing its answer. The operation's thread waits while the queue is
-// full and the writer while it is empty; the writer takes what has gathered in one go, and while
-// the operation runs gives the objects it has written back for the operation's thread to release,
-// so that an object is made and freed on the same thread (and its memory and shared strings do
-// not pass between cores twice). However long the answer, a few times `capacity` objects are held
-// at most. The operation ends it by finishing; the writer by cancelling (its client went away),
-// after which every object held or still returned is released at once.
+// A bounded hand-over of one operation's answers, from the thread of the provider returning them
+// to the thread writing the response. Each instance or path is written as CIM-XML on the
+// provider's thread while its return call lasts, as an object manager serialises what it is
+// handed, so that nothing returned is copied or kept; the writing thread takes the markup in
+// pieces of about `pieceSize` bytes. The provider's thread waits while `capacity` pieces wait to
+// be taken, so however long the answer, a few pieces are held at most. A writer kept waiting is
+// given what is written so far without waiting for a whole piece, so that a slow operation's
+// answers still go out as they come. The operation ends it by finishing; the writer by cancelling
+// (its client went away), after which every object still returned is refused.
 #ifndef DIAGSERVER_RESULTQUEUE_H
 #define DIAGSERVER_RESULTQUEUE_H
+
+#include "server/CimXmlWriter.h"
 
 #include "host/broker/OperationStatus.h"
 #include "host/broker/ResultSink.h"
 
 #include <cmpidt.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace diagserver {
 
 class ResultQueue : public diaghost::ResultSink::Stream {
 public:
-    // One object taken from the queue: an instance or a path, released with the item.
-    class Item {
-    public:
-        Item() = default;
-        explicit Item(void* object, bool instance) : object_(object), instance_(instance) {}
-        Item(Item&& other) noexcept;
-        Item& operator=(Item&& other) noexcept;
-        ~Item();
-        const CMPIInstance* instance() const;
-        const CMPIObjectPath* path() const;
-        explicit operator bool() const { return object_ != nullptr; }
+    // Writes one returned object (exactly one of the two is given); may throw.
+    using WriteItem = std::function<void(CimXmlWriter& out, const CMPIInstance* instance,
+                                         const CMPIObjectPath* path)>;
 
-    private:
-        void release() noexcept;
-        void* object_ = nullptr;
-        bool instance_ = false;
-    };
-
-    explicit ResultQueue(std::size_t capacity);
+    ResultQueue(WriteItem write, std::size_t capacity,
+                std::size_t pieceSize = std::size_t{64} << 10);
     ~ResultQueue() override;
     ResultQueue(const ResultQueue&) = delete;
     ResultQueue& operator=(const ResultQueue&) = delete;
 
-    // The operation's side.
-    bool instance(CMPIInstance* copy) override;
-    bool path(CMPIObjectPath* copy) override;
+    // The operation's side, from any thread. An object that cannot be written ends the operation:
+    // it is refused, and its failure becomes the operation's status.
+    bool instance(const CMPIInstance* returned) override;
+    bool path(const CMPIObjectPath* returned) override;
+    // Hands on what is written and not taken yet, and the status.
     void finish(diaghost::OperationStatus status);
 
-    // The writer's side. Waits until an object is there or the operation has finished; whether
-    // an object is there.
+    // The writer's side. Waits until something is written or the operation has finished; whether
+    // something was written.
     bool waitForFirst();
-    // Waits for the next object; null once the operation has finished and everything was taken.
-    // The object stays valid until the next call, and belongs to the queue.
-    const Item* next();
-    // The operation's status; only meaningful once next() gave an empty item or waitForFirst()
-    // answered false.
+    // The next piece of markup, waiting for it; null once the operation has finished and
+    // everything was taken. The piece stays valid until the next call.
+    const std::string* next();
+    // The operation's status; only meaningful once next() gave null or waitForFirst() answered
+    // false.
     diaghost::OperationStatus status() const;
     // Whether the operation has ended with a failure (its answers so far may still be held).
     bool failed() const;
     void cancel();
 
 private:
-    bool put(void* object, bool instance);
-    // Written objects for the operation's thread to release, mutex_ held; the caller releases
-    // what it gets outside the lock.
-    std::deque<Item> takeReturned();
+    bool write(const CMPIInstance* instance, const CMPIObjectPath* path);
+    // The operation-side writer's sink: queues a copy of the piece, waiting for room.
+    void push(std::string_view piece);
+    // Flushes the operation-side writer, writeMutex_ held; a failure to is kept for finish().
+    void flushWritten() noexcept;
+    // How few pieces a waiting operation waits for.
+    std::size_t resumeAt() const { return (capacity_ - 1) / 2; }
 
-    // Each side is woken once a batch of half the capacity is ready for it, not for every
-    // object, so that the two threads do not take turns object by object; the writer takes a
-    // smaller batch after a short wait, and anything at all after that, so that a slow
-    // operation's answers still go out as they come.
+    WriteItem write_;
     const std::size_t capacity_;
-    const std::size_t batch_;
+
+    // The operation's side: its writer and a failure to write, under writeMutex_.
+    std::mutex writeMutex_;
+    CimXmlWriter writer_;
+    std::optional<diaghost::OperationStatus> writeFailure_;
+    // Set by the writer while it waits for a piece: each object is then handed on as soon as it
+    // is written.
+    std::atomic<bool> hungry_{true};
+    std::atomic<bool> refusing_{false};
+
     mutable std::mutex mutex_;
     std::condition_variable forWriter_;
     std::condition_variable forOperation_;
-    std::deque<Item> items_;
-    // Written objects the operation's thread releases when it next hands one over or finishes.
-    std::deque<Item> returned_;
-    // The writer's own: what it has taken (the front is the object handed out last when
-    // `current_`), and what it has written since it last took.
-    std::deque<Item> taken_;
-    std::deque<Item> spent_;
-    bool current_ = false;
-    bool writerWaiting_ = false;
-    bool writerTakesAny_ = false;
+    std::deque<std::string> pieces_;
+    // Pieces the writer is done with, for their memory to be used again.
+    std::vector<std::string> spare_;
+    // The writer's: the piece it was handed last.
+    std::string current_;
     bool operationWaiting_ = false;
     bool finished_ = false;
     bool cancelled_ = false;

@@ -74,8 +74,10 @@ std::optional<std::vector<std::string>> propertyList(const CimRequest& request) 
 
 } // namespace
 
-WbemOperations::WbemOperations(Host& host, std::string hostName, std::size_t queueCapacity)
-    : host_(host), hostName_(std::move(hostName)), queueCapacity_(queueCapacity) {}
+WbemOperations::WbemOperations(Host& host, std::string hostName, std::size_t queuedPieces,
+                               std::size_t pieceSize)
+    : host_(host), hostName_(std::move(hostName)), queuedPieces_(queuedPieces),
+      pieceSize_(pieceSize) {}
 
 std::unique_ptr<WbemOperations::Reply> WbemOperations::reply(const CimRequest& request,
                                                              CimXmlWriter& out) {
@@ -123,21 +125,21 @@ bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until) {
     const bool paths = items_ == Items::InstanceNames || items_ == Items::ObjectPaths;
     if (queue_) {
         while (out.written() < until) {
-            const ResultQueue::Item* item = queue_->next();
-            if (!item) {
+            const std::string* piece = queue_->next();
+            if (!piece) {
                 const diaghost::OperationStatus status = queue_->status();
                 if (!status.ok())
                     throw AnswerStream::Failure{static_cast<unsigned>(status.rc), status.message};
                 return false;
             }
-            writeItem(out, item->instance(), item->path());
+            out.pass(*piece);
         }
         return true;
     }
     const std::size_t count = paths ? result_->paths().size() : result_->instances().size();
     while (next_ < count && out.written() < until) {
         const std::size_t index = next_++;
-        writeItem(out, paths ? nullptr : result_->instances()[index],
+        writeItem(out, items_, paths ? nullptr : result_->instances()[index],
                   paths ? result_->paths()[index] : nullptr);
     }
     return next_ < count;
@@ -166,11 +168,11 @@ bool WbemOperations::Reply::writeMore(CimXmlWriter& out, std::size_t bytes) {
     return false;
 }
 
-void WbemOperations::Reply::writeItem(CimXmlWriter& out, const CMPIInstance* inst,
-                                      const CMPIObjectPath* name) {
+void WbemOperations::Reply::writeItem(CimXmlWriter& out, Items kind, const CMPIInstance* inst,
+                                      const CMPIObjectPath* name) const {
     const std::vector<std::string>* filter = properties_ ? &*properties_ : nullptr;
     const std::string& host = operations_.hostName_;
-    switch (items_) {
+    switch (kind) {
     case Items::InstanceNames:
         if (name)
             out.instanceName(name);
@@ -184,7 +186,7 @@ void WbemOperations::Reply::writeItem(CimXmlWriter& out, const CMPIInstance* ins
         if (!inst)
             return;
         // The instance's own path, which the writer reads from the instance.
-        if (items_ == Items::NamedInstances)
+        if (kind == Items::NamedInstances)
             out.namedInstance(nullptr, inst, filter);
         else
             out.objectWithPath(nullptr, host, inst, filter);
@@ -294,10 +296,19 @@ std::vector<std::string> associatedClasses(const ClassRepository& classes, const
 
 WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, Operation operation,
                                               CimXmlWriter& out) {
-    // Paths are a tenth of an instance or less: a longer queue of them costs little memory and
-    // spares the two threads most of their hand-overs.
-    const bool paths = kind == Reply::Items::InstanceNames || kind == Reply::Items::ObjectPaths;
-    auto queue = std::make_shared<ResultQueue>(paths ? queueCapacity_ * 8 : queueCapacity_);
+    // The reply outlives the operation's thread (it stops and joins it), and what the writing
+    // reads of it is settled before the thread starts.
+    const Reply& answering = reply;
+    diaghost::Broker& broker = host_.broker();
+    auto queue = std::make_shared<ResultQueue>(
+        [&answering, &broker, kind](CimXmlWriter& out, const CMPIInstance* instance,
+                                    const CMPIObjectPath* path) {
+            // Anything the broker makes while an answer is read goes with it, not with the
+            // provider's call.
+            diaghost::CallScope scope(broker);
+            answering.writeItem(out, kind, instance, path);
+        },
+        queuedPieces_, pieceSize_);
     if (producers_.fetch_add(1) < maxProducers) {
         try {
             reply.producer_ = std::thread([this, queue, operation] {

@@ -31,10 +31,11 @@ namespace diagserver {
 class WbemOperations {
 public:
     // The host must outlive this object; hostName goes into the paths answered. An operation
-    // still running holds at most queueCapacity of its instances not yet written (eight times
-    // as many paths).
+    // still running holds at most `queuedPieces` pieces of its answer's markup (of about
+    // `pieceSize` bytes) not yet taken by the reply.
     explicit WbemOperations(diaghost::Host& host, std::string hostName = "localhost",
-                            std::size_t queueCapacity = 128);
+                            std::size_t queuedPieces = 4,
+                            std::size_t pieceSize = std::size_t{64} << 10);
 
     // The rest of a response message whose operation has run.
     class Reply {
@@ -57,7 +58,9 @@ public:
         friend class WbemOperations;
         enum class Items { None, InstanceNames, NamedInstances, ObjectPaths, ObjectsWithPath };
         explicit Reply(WbemOperations& operations) : operations_(operations) {}
-        void writeItem(CimXmlWriter& out, const CMPIInstance* instance, const CMPIObjectPath* path);
+        // Writes one answer as `kind` lists them; called on the operation's thread too.
+        void writeItem(CimXmlWriter& out, Items kind, const CMPIInstance* instance,
+                       const CMPIObjectPath* path) const;
         // Writes items until about `until` bytes are written; false once there are no more.
         bool writeItems(CimXmlWriter& out, std::uint64_t until);
 
@@ -69,7 +72,7 @@ public:
         // The answers of an operation that ran to its end before the reply was written...
         std::optional<diaghost::OperationResult> result_;
         std::size_t next_ = 0;
-        // ...or of one still running on a thread of its own, handed over as they come.
+        // ...or of one still running on a thread of its own, written there as they come.
         std::shared_ptr<ResultQueue> queue_;
         std::thread producer_;
         std::optional<std::vector<std::string>> properties_;
@@ -90,9 +93,9 @@ private:
     Outcome intrinsic(const CimRequest& request, CimXmlWriter& out, Reply& reply);
     Outcome extrinsic(const CimRequest& request, CimXmlWriter& out);
 
-    // An operation answering a list of instances or paths. It runs on a thread of its own and
-    // hands its answers over through a bounded queue as the reply writes them, so that a long
-    // answer never lies whole in memory. A failure known before the first answer is written
+    // An operation answering a list of instances or paths. It runs on a thread of its own, where
+    // its answers are written as they are returned and handed over through a bounded queue as
+    // the reply asks for them, so that a long answer never lies whole in memory. A failure known before the first answer is written
     // is answered as an ERROR; a later one ends the message. Beyond maxProducers at
     // once, or when no thread can be had, it runs here and its answers are held whole.
     using Operation = std::function<diaghost::OperationResult(diaghost::ResultSink::Stream*)>;
@@ -102,7 +105,8 @@ private:
 
     diaghost::Host& host_;
     std::string hostName_;
-    std::size_t queueCapacity_;
+    std::size_t queuedPieces_;
+    std::size_t pieceSize_;
     std::atomic<unsigned> producers_{0};
 };
 

@@ -109,18 +109,17 @@ CMPIStatus returnObject(const CMPIResult* r, const T* object, std::vector<T*> Im
         H* h = H::from(object);
         if (!h)
             return CmpiCall::status(CMPI_RC_ERR_INVALID_HANDLE);
-        std::unique_ptr<H> copy(CmpiCall::durableCopy(*h));
         if constexpr (!std::is_same_v<H, HostError>) {
             if (self->stream != nullptr) {
-                T* owned = copy.release()->cmpi();
                 bool wanted;
                 if constexpr (std::is_same_v<H, HostInstance>)
-                    wanted = self->stream->instance(owned);
+                    wanted = self->stream->instance(object);
                 else
-                    wanted = self->stream->path(owned);
+                    wanted = self->stream->path(object);
                 return CmpiCall::status(wanted ? CMPI_RC_OK : CMPI_RC_ERR_FAILED);
             }
         }
+        std::unique_ptr<H> copy(CmpiCall::durableCopy(*h));
         roomFor(self->*list, 1);
         roomFor(self->calls, 1);
         (self->*list).push_back(copy.release()->cmpi());
@@ -271,7 +270,8 @@ void ResultSink::takeFrom(ResultSink& from) {
     Impl& to = *impl_;
     Impl& src = *from.impl_;
     if (to.stream != nullptr) {
-        // What `from` kept goes on to the stream, each object once, in the order returned.
+        // What `from` kept goes on to the stream, each object once, in the order returned, and
+        // is released once the stream has read it.
         std::vector<CMPIInstance*> instances;
         std::vector<CMPIObjectPath*> paths;
         instances.swap(src.instances);
@@ -280,10 +280,19 @@ void ResultSink::takeFrom(ResultSink& from) {
             std::remove_if(src.calls.begin(), src.calls.end(),
                            [](Call c) { return c == Call::Instance || c == Call::ObjectPath; }),
             src.calls.end());
-        for (CMPIInstance* inst : instances)
-            to.stream->instance(inst);
-        for (CMPIObjectPath* path : paths)
-            to.stream->path(path);
+        try {
+            bool wanted = true;
+            for (CMPIInstance* inst : instances)
+                wanted = wanted && to.stream->instance(inst);
+            for (CMPIObjectPath* path : paths)
+                wanted = wanted && to.stream->path(path);
+        } catch (...) {
+            releaseList(instances);
+            releaseList(paths);
+            throw;
+        }
+        releaseList(instances);
+        releaseList(paths);
     }
     // Room first, so that nothing moves unless everything can.
     roomFor(to.calls, src.calls.size());

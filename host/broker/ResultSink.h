@@ -1,5 +1,6 @@
 // A CMPIResult that keeps its own copies of everything returned on it, and the order of the
-// calls made on it. What it holds lives until the sink is cleared or destroyed.
+// calls made on it, or hands the instances and paths on to a stream. What it holds lives until
+// the sink is cleared or destroyed.
 #ifndef DIAGHOST_BROKER_RESULTSINK_H
 #define DIAGHOST_BROKER_RESULTSINK_H
 
@@ -19,14 +20,15 @@ public:
 
     // Takes the instances and paths returned on a sink as they come, instead of the sink keeping
     // them: a long answer then need not lie whole in memory. Called on the thread of the provider
-    // call, which it may hold up until there is room.
+    // call, which it may hold up until there is room, with the object the provider returned: the
+    // stream reads what it needs before it returns and keeps nothing of it, as an object manager
+    // that serialises what it is handed does. False when no more are wanted: the provider's
+    // returnInstance or returnObjectPath then answers CMPI_RC_ERR_FAILED.
     class Stream {
     public:
         virtual ~Stream() = default;
-        // Owns the copy from now on (it releases it). False when no more are wanted: the
-        // provider's returnInstance or returnObjectPath then answers CMPI_RC_ERR_FAILED.
-        virtual bool instance(CMPIInstance* copy) = 0;
-        virtual bool path(CMPIObjectPath* copy) = 0;
+        virtual bool instance(const CMPIInstance* returned) = 0;
+        virtual bool path(const CMPIObjectPath* returned) = 0;
     };
 
     explicit ResultSink(Broker& broker);

@@ -202,6 +202,48 @@ TEST_F(HostOperationsTest, AssociationOperationsReachTheAssociationProvider) {
               "Right=\"root/cimv2:Test_SpecialElement.Name=\\\"gamma\\\"\"");
 }
 
+// Reads each object it is handed while the provider's return call lasts, as a server writing
+// its answer does, and keeps only the names.
+class NameStream : public diaghost::ResultSink::Stream {
+public:
+    bool instance(const CMPIInstance* returned) override {
+        return take(returned->ft->getProperty(returned, "Name", nullptr));
+    }
+    bool path(const CMPIObjectPath* returned) override {
+        return take(returned->ft->getKey(returned, "Name", nullptr));
+    }
+    std::vector<std::string> names;
+
+private:
+    bool take(const CMPIData& name) {
+        names.push_back(CMGetCharPtr(name.value.string));
+        return true;
+    }
+};
+
+TEST_F(HostOperationsTest, AStreamReadsEachAnswerAsItIsReturnedAndTheResultKeepsNone) {
+    NameStream stream;
+    OperationResult all = host->enumerateInstances("root/cimv2", "Test_Element", &stream);
+    ASSERT_TRUE(all.ok()) << all.status.message;
+    EXPECT_TRUE(all.instances().empty());
+    EXPECT_THAT(stream.names, ElementsAre("alpha", "beta", "gamma"));
+
+    // Answers the host gathers itself before passing them on go to the stream the same way.
+    stream.names.clear();
+    CallScope scope(host->broker());
+    CMPIObjectPath* alpha = host->parsePath("root/cimv2:Test_Element.Name=\"alpha\"");
+    OperationResult associated = host->associators(alpha, "Test_Assoc", "", "", "", &stream);
+    ASSERT_TRUE(associated.ok()) << associated.status.message;
+    EXPECT_TRUE(associated.instances().empty());
+    EXPECT_THAT(stream.names, ElementsAre("beta", "gamma"));
+
+    stream.names.clear();
+    OperationResult names = host->associatorNames(alpha, "Test_Assoc", "", "", "", &stream);
+    ASSERT_TRUE(names.ok()) << names.status.message;
+    EXPECT_TRUE(names.paths().empty());
+    EXPECT_THAT(stream.names, ElementsAre("beta", "gamma"));
+}
+
 TEST_F(HostOperationsTest, UnknownClassNamespaceAndMissingProviderAreClearErrors) {
     EXPECT_EQ(host->enumerateInstances("root/cimv2", "Test_Nope").status.rc,
               CMPI_RC_ERR_INVALID_CLASS);

@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -52,26 +53,37 @@ class ResultQueueTest : public ::testing::Test {
 protected:
     Host& host = testHost();
 
-    // A path owned by nobody, as a result sink hands its copies on.
+    // A path made in the caller's scope, as a provider returns it.
     CMPIObjectPath* path(const std::string& name) {
         const CMPIBroker* mb = host.broker().cmpi();
         CMPIObjectPath* made = mb->eft->newObjectPath(mb, "root/cimv2", "Test_Element", nullptr);
         CMPIValue v;
         v.string = mb->eft->newString(mb, name.c_str(), nullptr);
         made->ft->addKey(made, "Name", &v, CMPI_string);
-        CMPIObjectPath* copy = made->ft->clone(made, nullptr);
-        return copy;
+        return made;
     }
 
-    static std::string nameOf(const ResultQueue::Item& item) {
-        CMPIData key = item.path()->ft->getKey(item.path(), "Name", nullptr);
-        return key.value.string->ft->getCharPtr(key.value.string, nullptr);
+    // Writes each path as its key's value and a semicolon.
+    static ResultQueue::WriteItem names() {
+        return [](CimXmlWriter& out, const CMPIInstance*, const CMPIObjectPath* p) {
+            CMPIData key = p->ft->getKey(p, "Name", nullptr);
+            out.raw(key.value.string->ft->getCharPtr(key.value.string, nullptr));
+            out.raw(";");
+        };
+    }
+
+    // Everything the writer's side takes until the end.
+    static std::string drain(ResultQueue& queue) {
+        std::string all;
+        while (const std::string* piece = queue.next())
+            all += *piece;
+        return all;
     }
 };
 
-TEST_F(ResultQueueTest, TheOperationWaitsWhileTheQueueIsFullAndObjectsComeInOrder) {
-    diaghost::CallScope scope(host.broker());
-    ResultQueue queue(2);
+TEST_F(ResultQueueTest, TheOperationWaitsWhileThePiecesAreNotTakenAndTheyComeInOrder) {
+    // A piece per object, two held at most.
+    ResultQueue queue(names(), 2, 1);
     std::atomic<int> handed{0};
     std::thread operation([&] {
         diaghost::CallScope threadScope(host.broker());
@@ -85,9 +97,9 @@ TEST_F(ResultQueueTest, TheOperationWaitsWhileTheQueueIsFullAndObjectsComeInOrde
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(2, handed.load()); // the third waits for room
     for (int i = 0; i < 5; ++i) {
-        const ResultQueue::Item* item = queue.next();
-        ASSERT_TRUE(item);
-        EXPECT_EQ("p" + std::to_string(i), nameOf(*item));
+        const std::string* piece = queue.next();
+        ASSERT_TRUE(piece);
+        EXPECT_EQ("p" + std::to_string(i) + ";", *piece);
     }
     EXPECT_FALSE(queue.next());
     EXPECT_TRUE(queue.status().ok());
@@ -95,9 +107,37 @@ TEST_F(ResultQueueTest, TheOperationWaitsWhileTheQueueIsFullAndObjectsComeInOrde
     operation.join();
 }
 
-TEST_F(ResultQueueTest, CancellingReleasesWhatIsHeldAndRefusesTheRest) {
+TEST_F(ResultQueueTest, AWaitingWriterGetsWhatIsWrittenBeforeAPieceIsWhole) {
+    ResultQueue queue(names(), 4);
+    std::atomic<int> step{0};
+    auto waitFor = [&](int s) {
+        while (step < s)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    std::thread operation([&] {
+        diaghost::CallScope threadScope(host.broker());
+        queue.path(path("first"));
+        queue.path(path("second"));
+        // A slow operation: each answer long after the one before.
+        waitFor(1);
+        queue.path(path("third"));
+        waitFor(2);
+        queue.finish(diaghost::OperationStatus::make(CMPI_RC_OK));
+    });
+    std::string seen;
+    while (seen != "first;second;")
+        seen += *queue.next();
+    step = 1;
+    // Far from a whole piece, and the operation has not finished.
+    EXPECT_EQ("third;", *queue.next());
+    step = 2;
+    EXPECT_FALSE(queue.next());
+    operation.join();
+}
+
+TEST_F(ResultQueueTest, CancellingDropsWhatIsHeldAndRefusesTheRest) {
     diaghost::CallScope scope(host.broker());
-    ResultQueue queue(1);
+    ResultQueue queue(names(), 1, 1);
     std::atomic<bool> refused{false};
     std::thread operation([&] {
         diaghost::CallScope threadScope(host.broker());
@@ -115,8 +155,28 @@ TEST_F(ResultQueueTest, CancellingReleasesWhatIsHeldAndRefusesTheRest) {
     EXPECT_TRUE(queue.failed());
 }
 
+TEST_F(ResultQueueTest, AnObjectThatCannotBeWrittenEndsTheOperationWithThatFailure) {
+    diaghost::CallScope scope(host.broker());
+    ResultQueue queue(
+        [](CimXmlWriter& out, const CMPIInstance*, const CMPIObjectPath* p) {
+            CMPIData key = p->ft->getKey(p, "Name", nullptr);
+            const std::string name = key.value.string->ft->getCharPtr(key.value.string, nullptr);
+            if (name == "bad")
+                throw std::runtime_error("no room");
+            out.raw(name);
+        },
+        4, 1);
+    EXPECT_TRUE(queue.path(path("good")));
+    EXPECT_FALSE(queue.path(path("bad")));
+    EXPECT_FALSE(queue.path(path("after")));
+    queue.finish(diaghost::OperationStatus::make(CMPI_RC_OK));
+    EXPECT_EQ("good", drain(queue));
+    EXPECT_TRUE(queue.failed());
+    EXPECT_NE(std::string::npos, queue.status().message.find("no room"));
+}
+
 TEST_F(ResultQueueTest, AnOperationEndingWithoutObjectsIsSeenAtOnce) {
-    ResultQueue queue(4);
+    ResultQueue queue(names(), 4);
     queue.finish(diaghost::OperationStatus::make(CMPI_RC_ERR_NOT_FOUND, "none"));
     EXPECT_FALSE(queue.waitForFirst());
     EXPECT_TRUE(queue.failed());
@@ -169,8 +229,9 @@ protected:
 };
 
 TEST_F(StreamedAnswerTest, AFailureAfterTheFirstAnswersEndsTheMessageWithItsStatus) {
-    // One instance in hand at a time: the operation is still running when writing begins.
-    WbemOperations operations(host, "localhost", 1);
+    // One answer in each piece and one piece held: the operation is still running when writing
+    // begins.
+    WbemOperations operations(host, "localhost", 1, 1);
     {
         const Read r = read(operations, enumerate("Test_Element"));
         EXPECT_EQ(AnswerStream::State::Failed, r.end) << r.text;
@@ -192,12 +253,12 @@ TEST_F(StreamedAnswerTest, AFailureKnownBeforeAnythingIsWrittenIsAnError) {
 }
 
 TEST_F(StreamedAnswerTest, AnAnswerReadOnlyInPartLeavesNothingRunning) {
-    WbemOperations operations(host, "localhost", 1);
+    WbemOperations operations(host, "localhost", 1, 1);
     for (int i = 0; i < 20; ++i) {
         std::unique_ptr<WbemOperations::Reply> reply;
         std::string head;
         CimXmlWriter writer([&](std::string_view piece) { head.append(piece); }, 1);
-        // The operation waits with its second answer: the queue holds one.
+        // The operation waits with its second answer: the queue holds one piece.
         reply = operations.reply(enumerate("Test_Element"), writer);
         EXPECT_EQ(0u, reply->code());
         // The client goes away here: the reply stops its operation and waits for it.

@@ -374,16 +374,15 @@ TEST_F(WbemOperationsTest, ALongAnswerWrittenPieceByPieceIsTheWholeAnswer) {
         CimXmlWriter writer([&](std::string_view piece) { pieces.append(piece); }, 1);
         auto reply = operations.reply(request, writer);
         EXPECT_EQ(0u, reply->code()) << whole;
-        // The head is written before the operation's items; each call adds one item, and the
-        // last the end of the message (after the last item, or alone when the operation was
-        // still running when the last item was written).
+        // The head is written before the operation's items; each call adds one item or a piece
+        // of several the operation wrote meanwhile, and the last the end of the message.
         EXPECT_EQ(std::string::npos, pieces.find(item));
         while (reply->writeMore(writer, 1))
             ++calls;
         EXPECT_FALSE(reply->writeMore(writer, 1));
         EXPECT_EQ(whole, pieces);
         EXPECT_GE(count(whole, item), 2u);
-        EXPECT_TRUE(count(whole, item) == calls + 1 || count(whole, item) == calls) << calls;
+        EXPECT_LE(calls, count(whole, item));
     }
 }
 
