@@ -32,6 +32,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Each connection's memory in libmicrohttpd: a request's headers, and the buffer a streamed
+// answer is sent from, which gets about half of it. The library's 32 KiB sends a long answer
+// 16 KiB per system call; 128 KiB sends it 64 KiB at a time.
+constexpr std::size_t connectionMemory = std::size_t{128} << 10;
+
 // What one request has gathered between the calls libmicrohttpd makes for it.
 struct Exchange {
     Clock::time_point started = Clock::now();
@@ -675,8 +680,9 @@ void WbemHttpServer::start() {
                 flags, 0, nullptr, nullptr, &Impl::access, impl_.get(), MHD_OPTION_SOCK_ADDR,
                 reinterpret_cast<sockaddr*>(&socketAddress), MHD_OPTION_CONNECTION_LIMIT,
                 impl_->options.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
-                impl_->options.idleTimeoutSeconds, MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed,
-                impl_.get(), MHD_OPTION_ARRAY, tlsOptions.data(), MHD_OPTION_END);
+                impl_->options.idleTimeoutSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+                connectionMemory, MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed, impl_.get(),
+                MHD_OPTION_ARRAY, tlsOptions.data(), MHD_OPTION_END);
             if (!daemon)
                 throw StartError("cannot listen on " + address + ": " + std::strerror(errno));
             Listener listener{address, daemon, 0};
