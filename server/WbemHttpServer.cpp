@@ -679,7 +679,8 @@ void WbemHttpServer::start() {
             MHD_Daemon* daemon = MHD_start_daemon(
                 flags, 0, nullptr, nullptr, &Impl::access, impl_.get(), MHD_OPTION_SOCK_ADDR,
                 reinterpret_cast<sockaddr*>(&socketAddress), MHD_OPTION_CONNECTION_LIMIT,
-                impl_->options.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+                impl_->options.maxConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+                impl_->options.connectionsPerAddress, MHD_OPTION_CONNECTION_TIMEOUT,
                 impl_->options.idleTimeoutSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
                 connectionMemory, MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed, impl_.get(),
                 MHD_OPTION_ARRAY, tlsOptions.data(), MHD_OPTION_END);

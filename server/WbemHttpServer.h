@@ -36,6 +36,9 @@ public:
         std::size_t maxBody = std::size_t{16} << 20;
         // Connections served at once, each by a thread of its own; one more is closed at once.
         unsigned maxConnections = 64;
+        // Of those, how many one client address may hold (0: no limit of its own); one more from
+        // it is closed at once, so that one client cannot take every connection.
+        unsigned connectionsPerAddress = 16;
         unsigned idleTimeoutSeconds = 60;
         XmlReader::Limits xml;
         // One line per request (client, operation, class, status, duration); null for none.

@@ -254,6 +254,7 @@ int Diagctl::serve(diaghost::Host& host) {
     if (!options_.listen.empty())
         options.listen = options_.listen;
     options.maxConnections = options_.connections;
+    options.connectionsPerAddress = options_.connectionsPerAddress;
     options.idleTimeoutSeconds = options_.idleTimeoutSeconds;
     options.unauthenticatedRemote = options_.unauthenticatedRemote;
     options.certificateFile = options_.certificateFile;

@@ -53,14 +53,15 @@ void DiagctlOptions::usage(std::ostream& out) {
            "      [--profile [--loops N]]   or RunDiagnosticService as a job, its progress\n"
            "                                shown until it ends, N passes of the test\n"
            "  demo                          every service on every element it can test\n"
-           "  serve [--listen ADDR:PORT] [--connections N] [--access-log FILE|-]\n"
-           "        [--idle-timeout SECONDS] [--cert FILE --key FILE]\n"
+           "  serve [--listen ADDR:PORT] [--connections N] [--connections-per-address M]\n"
+           "        [--access-log FILE|-] [--idle-timeout SECONDS] [--cert FILE --key FILE]\n"
            "        [--password-file FILE | --pam SERVICE [--pam-config-dir DIR]]\n"
            "        [--verifications N] [--verification-wait MS] [--unauthenticated-remote]\n"
            "                                answer WBEM clients (CIM-XML over HTTP, or HTTPS\n"
            "                                with --cert and --key) until SIGTERM; default\n"
            "                                127.0.0.1:5988, --listen repeatable; N clients\n"
-           "                                at once (64), each on a thread of its own; with\n"
+           "                                at once (64), each on a thread of its own, M of\n"
+           "                                them from one address (16; 0: no limit); with\n"
            "                                --password-file every request needs Basic\n"
            "                                credentials and any address may be listened on;\n"
            "                                with --pam the same, the credentials checked by\n"
@@ -131,6 +132,11 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             o.connections =
                 numberIn(value(), 1, 1024, "--connections takes a number from 1 to 1024");
             sawServe = true;
+        } else if (a == "--connections-per-address") {
+            o.connectionsPerAddress =
+                numberIn(value(), 0, 1024,
+                         "--connections-per-address takes a number from 0 (no limit) to 1024");
+            sawServe = true;
         } else if (a == "--idle-timeout") {
             o.idleTimeoutSeconds = numberIn(
                 value(), 1, 86400, "--idle-timeout takes a number of seconds from 1 to 86400");
@@ -186,7 +192,8 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
     if (sawFilter && !shape.filters)
         throw UsageError("association filters apply to assoc only");
     if (sawServe && shape.command != Command::Serve)
-        throw UsageError("--listen, --connections, --access-log, --idle-timeout, --cert, --key, "
+        throw UsageError("--listen, --connections, --connections-per-address, --access-log, "
+                         "--idle-timeout, --cert, --key, "
                          "--password-file, --pam, --pam-config-dir, --verifications, "
                          "--verification-wait and --unauthenticated-remote apply to serve only");
     if (!o.passwordFile.empty() && !o.pamService.empty())

@@ -47,7 +47,8 @@ struct DiagctlOptions {
     // once (a thread each), and the access log ("-" for the error stream; empty: none).
     std::vector<std::string> listen;
     unsigned connections = 64;
-    unsigned idleTimeoutSeconds = 60; // a connection idle this long is closed
+    unsigned connectionsPerAddress = 16; // of them, from one client address (0: no limit)
+    unsigned idleTimeoutSeconds = 60;    // a connection idle this long is closed
     std::string accessLog;
     bool unauthenticatedRemote = false; // serve non-loopback addresses without authentication
     std::string certificateFile;        // with keyFile: serve HTTPS

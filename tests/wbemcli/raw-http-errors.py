@@ -18,6 +18,8 @@ import served  # noqa: E402
 NS = "root/cimv2"
 HOST = "127.0.0.1"
 IDLE_TIMEOUT = 3  # seconds, given to the server with --idle-timeout
+# given to the server with --connections-per-address: more than the stalled clients below
+PER_ADDRESS = 10
 failures = []
 
 
@@ -337,6 +339,36 @@ def main():
         if not wrong:
             print(f"ok   {case}: {len(body)} bytes chunked", flush=True)
 
+    # One address holds at most PER_ADDRESS connections; one more from it is closed at once,
+    # while another address is still served.
+    case = "a connection past the per-address limit"
+    held = []
+    try:
+        # Each answered once and kept open: the server counts it.
+        for i in range(PER_ADDRESS):
+            held.append(socket.create_connection((HOST, PORT), timeout=5))
+            held[-1].sendall(request(ENUM_NAMES, keep_alive=True))
+            read_answer(held[-1])
+        with socket.create_connection((HOST, PORT), timeout=5) as extra:
+            try:
+                extra.sendall(request(ENUM_NAMES))
+                refused = extra.recv(1) == b""
+            except OSError:
+                refused = True
+        if not refused:
+            fail(case, "the connection was served")
+        else:
+            print(f"ok   {case}: closed", flush=True)
+        with socket.create_connection((HOST, PORT), timeout=5,
+                                      source_address=("127.0.0.2", 0)) as other:
+            other.sendall(request(ENUM_NAMES))
+            expect("another address meanwhile", read_answer(other), 200, body_has="<INSTANCENAME")
+    finally:
+        for sock in held:
+            sock.close()
+    time.sleep(0.2)  # the server has seen them go
+    server_goes_on("the per-address limit")
+
     # Two requests on one connection are both answered.
     with socket.create_connection((HOST, PORT), timeout=5) as sock:
         for i in range(2):
@@ -349,7 +381,8 @@ def main():
 if __name__ == "__main__":
     work = tempfile.mkdtemp()
     server, PORT = served.start([sys.argv[1], "serve", "--listen", f"{HOST}:0",
-                                 "--idle-timeout", str(IDLE_TIMEOUT)],
+                                 "--idle-timeout", str(IDLE_TIMEOUT),
+                                 "--connections-per-address", str(PER_ADDRESS)],
                                 os.path.join(work, "serve.err"))
     try:
         status = main()
