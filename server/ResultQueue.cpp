@@ -10,8 +10,6 @@ namespace {
 
 // How long the writer waits for a whole piece before it takes what is written.
 constexpr std::chrono::milliseconds pieceWait{2};
-// Spent pieces kept for their memory.
-constexpr std::size_t spareKept = 2;
 
 } // namespace
 
@@ -111,7 +109,9 @@ bool ResultQueue::waitForFirst() {
 const std::string* ResultQueue::next() {
     std::unique_lock<std::mutex> lock(mutex_);
     if (!current_.empty()) {
-        if (spare_.size() < spareKept)
+        // Kept for its memory: no more pieces are ever in use at once than the queue holds and
+        // the writer reads.
+        if (spare_.size() <= capacity_)
             spare_.push_back(std::move(current_));
         current_.clear();
     }
