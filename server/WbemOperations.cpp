@@ -116,8 +116,8 @@ std::unique_ptr<WbemOperations::Reply> WbemOperations::reply(const CimRequest& r
 WbemOperations::Reply::~Reply() {
     if (queue_)
         queue_->cancel();
-    if (producer_.joinable())
-        producer_.join();
+    if (producer_)
+        producer_->wait();
 }
 
 bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until) {
@@ -296,7 +296,7 @@ std::vector<std::string> associatedClasses(const ClassRepository& classes, const
 
 WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, Operation operation,
                                               CimXmlWriter& out) {
-    // The reply outlives the operation's thread (it stops and joins it), and what the writing
+    // The reply outlives the operation (it stops it and waits for it), and what the writing
     // reads of it is settled before the thread starts.
     const Reply& answering = reply;
     diaghost::Broker& broker = host_.broker();
@@ -309,29 +309,19 @@ WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, O
             answering.writeItem(out, kind, instance, path);
         },
         queuedPieces_, pieceSize_);
-    if (producers_.fetch_add(1) < maxProducers) {
+    reply.producer_ = threads_.run([queue, operation] {
+        diaghost::OperationStatus status;
         try {
-            reply.producer_ = std::thread([this, queue, operation] {
-                diaghost::OperationStatus status;
-                try {
-                    status = operation(queue.get()).status;
-                } catch (const std::exception& e) {
-                    status = diaghost::OperationStatus::make(
-                        CMPI_RC_ERR_FAILED, std::string("the operation failed: ") + e.what());
-                } catch (...) {
-                    status =
-                        diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the operation failed");
-                }
-                queue->finish(std::move(status));
-                --producers_;
-            });
+            status = operation(queue.get()).status;
+        } catch (const std::exception& e) {
+            status = diaghost::OperationStatus::make(
+                CMPI_RC_ERR_FAILED, std::string("the operation failed: ") + e.what());
         } catch (...) {
-            --producers_;
+            status = diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the operation failed");
         }
-    } else {
-        --producers_;
-    }
-    if (reply.producer_.joinable()) {
+        queue->finish(std::move(status));
+    });
+    if (reply.producer_) {
         reply.queue_ = queue;
         queue->waitForFirst();
         if (queue->failed()) {

@@ -9,17 +9,16 @@
 
 #include "server/CimRequest.h"
 #include "server/CimXmlWriter.h"
+#include "server/OperationThreads.h"
 #include "server/ResultQueue.h"
 
 #include "host/OperationResult.h"
 
-#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace diaghost {
@@ -74,7 +73,7 @@ public:
         std::size_t next_ = 0;
         // ...or of one still running on a thread of its own, written there as they come.
         std::shared_ptr<ResultQueue> queue_;
-        std::thread producer_;
+        std::shared_ptr<OperationThreads::Done> producer_;
         std::optional<std::vector<std::string>> properties_;
     };
 
@@ -93,11 +92,12 @@ private:
     Outcome intrinsic(const CimRequest& request, CimXmlWriter& out, Reply& reply);
     Outcome extrinsic(const CimRequest& request, CimXmlWriter& out);
 
-    // An operation answering a list of instances or paths. It runs on a thread of its own, where
+    // An operation answering a list of instances or paths. It runs on a thread of `threads_`, where
     // its answers are written as they are returned and handed over through a bounded queue as
-    // the reply asks for them, so that a long answer never lies whole in memory. A failure known before the first answer is written
-    // is answered as an ERROR; a later one ends the message. Beyond maxProducers at
-    // once, or when no thread can be had, it runs here and its answers are held whole.
+    // the reply asks for them, so that a long answer never lies whole in memory. A failure known
+    // before the first answer is written is answered as an ERROR; a later one ends the message.
+    // Beyond maxProducers at once, or when no thread can be had, it runs here and its answers are
+    // held whole.
     using Operation = std::function<diaghost::OperationResult(diaghost::ResultSink::Stream*)>;
     Outcome items(Reply& reply, Reply::Items kind, Operation operation, CimXmlWriter& out);
 
@@ -107,7 +107,8 @@ private:
     std::string hostName_;
     std::size_t queuedPieces_;
     std::size_t pieceSize_;
-    std::atomic<unsigned> producers_{0};
+    // Declared last, so that its threads end before anything they use goes.
+    OperationThreads threads_{maxProducers};
 };
 
 } // namespace diagserver
