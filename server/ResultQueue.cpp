@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <exception>
+#include <optional>
 #include <utility>
 
 namespace diagserver {
@@ -10,6 +11,21 @@ namespace {
 
 // How long the writer waits for a whole piece before it takes what is written.
 constexpr std::chrono::milliseconds pieceWait{2};
+
+// Runs `write`; the failure it ends with, if any.
+template <class Write>
+std::optional<diaghost::OperationStatus> failureOf(Write&& write) noexcept {
+    try {
+        write();
+        return std::nullopt;
+    } catch (const std::exception& e) {
+        return diaghost::OperationStatus::make(
+            CMPI_RC_ERR_FAILED, std::string("the answer could not be written: ") + e.what());
+    } catch (...) {
+        return diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED,
+                                               "the answer could not be written");
+    }
+}
 
 } // namespace
 
@@ -41,39 +57,26 @@ void ResultQueue::push(std::string_view piece) {
 }
 
 void ResultQueue::flushWritten() noexcept {
-    try {
-        writer_.flush();
-    } catch (const std::exception& e) {
-        writeFailure_ = diaghost::OperationStatus::make(
-            CMPI_RC_ERR_FAILED, std::string("the answer could not be written: ") + e.what());
-        refusing_ = true;
-    } catch (...) {
-        writeFailure_ =
-            diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the answer could not be written");
-        refusing_ = true;
-    }
+    refuseOn(failureOf([this] { writer_.flush(); }));
+}
+
+void ResultQueue::refuseOn(std::optional<diaghost::OperationStatus> failure) noexcept {
+    if (!failure)
+        return;
+    writeFailure_ = std::move(failure);
+    refusing_ = true;
 }
 
 bool ResultQueue::write(const CMPIInstance* instance, const CMPIObjectPath* path) {
     std::lock_guard<std::mutex> lock(writeMutex_);
     if (refusing_)
         return false;
-    try {
+    refuseOn(failureOf([&] {
         write_(writer_, instance, path);
         writer_.maybeFlush();
-    } catch (const std::exception& e) {
-        writeFailure_ = diaghost::OperationStatus::make(
-            CMPI_RC_ERR_FAILED, std::string("the answer could not be written: ") + e.what());
-        refusing_ = true;
-        return false;
-    } catch (...) {
-        writeFailure_ =
-            diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the answer could not be written");
-        refusing_ = true;
-        return false;
-    }
-    if (hungry_)
-        flushWritten();
+        if (hungry_)
+            writer_.flush();
+    }));
     return !refusing_;
 }
 

@@ -67,6 +67,8 @@ private:
     void push(std::string_view piece);
     // Flushes the operation-side writer, writeMutex_ held; a failure to is kept for finish().
     void flushWritten() noexcept;
+    // Keeps a failure to write, if any, and refuses every object from then on; writeMutex_ held.
+    void refuseOn(std::optional<diaghost::OperationStatus> failure) noexcept;
     // How few pieces a waiting operation waits for.
     std::size_t resumeAt() const { return (capacity_ - 1) / 2; }
 
