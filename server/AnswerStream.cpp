@@ -10,7 +10,7 @@ AnswerStream::AnswerStream(Producer produce, std::size_t pieceSize)
     : produce_(std::move(produce)), pieceSize_(pieceSize),
       writer_([this](std::string_view piece) { buffer_.append(piece); }, pieceSize) {}
 
-bool AnswerStream::produce() {
+bool AnswerStream::produce(bool wait) {
     if (complete_ || failureCode_ != 0)
         return false;
     // Read data goes before more is made, so that the buffer does not grow past a piece or two.
@@ -19,7 +19,7 @@ bool AnswerStream::produce() {
         offset_ = 0;
     }
     try {
-        complete_ = !produce_(writer_, pieceSize_);
+        complete_ = !produce_(writer_, pieceSize_, wait);
         writer_.flush();
     } catch (const Failure& f) {
         failureCode_ = f.code != 0 ? f.code : 1;
@@ -41,8 +41,12 @@ bool AnswerStream::produce() {
 
 bool AnswerStream::fill() {
     writer_.flush();
-    while (!complete_ && failureCode_ == 0 && buffer_.size() - offset_ < pieceSize_)
-        produce();
+    while (!complete_ && failureCode_ == 0 && buffer_.size() - offset_ < pieceSize_) {
+        const std::size_t before = buffer_.size() - offset_;
+        produce(false);
+        if (buffer_.size() - offset_ == before)
+            break; // nothing more is ready: the rest streams
+    }
     return complete_;
 }
 
@@ -56,7 +60,7 @@ std::size_t AnswerStream::read(char* out, std::size_t max, State& state) {
             state = State::Failed;
             return 0;
         }
-        if (complete_ || !produce()) {
+        if (complete_ || !produce(true)) {
             state = failureCode_ != 0 ? State::Failed : State::End;
             return 0;
         }

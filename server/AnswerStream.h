@@ -15,8 +15,9 @@ namespace diagserver {
 class AnswerStream {
 public:
     // Writes about `bytes` more of the message into the writer and flushes it; false once the
-    // message is complete. May throw.
-    using Producer = std::function<bool(CimXmlWriter& out, std::size_t bytes)>;
+    // message is complete. With `wait`, writes something unless the message is complete, waiting
+    // for it if need be; without, may write nothing when nothing is ready. May throw.
+    using Producer = std::function<bool(CimXmlWriter& out, std::size_t bytes, bool wait)>;
 
     enum class State { Data, End, Failed };
 
@@ -33,8 +34,8 @@ public:
     // The writer the head of the message goes into before reading starts.
     CimXmlWriter& writer() { return writer_; }
 
-    // Produces until a whole piece is buffered or the message is complete; true when complete,
-    // so that a short answer can go out with its length.
+    // Produces until a whole piece is buffered, the message is complete, or nothing more is
+    // ready; true when complete, so that a short answer can go out with its length.
     bool fill();
     // What is buffered and not read yet.
     std::string_view buffered() const;
@@ -48,7 +49,7 @@ public:
     const std::string& failureDescription() const { return failureDescription_; }
 
 private:
-    bool produce();
+    bool produce(bool wait);
 
     Producer produce_;
     std::size_t pieceSize_;

@@ -19,11 +19,9 @@ std::optional<diaghost::OperationStatus> failureOf(Write&& write) noexcept {
         write();
         return std::nullopt;
     } catch (const std::exception& e) {
-        return diaghost::OperationStatus::make(
-            CMPI_RC_ERR_FAILED, std::string("the answer could not be written: ") + e.what());
+        return diaghost::OperationStatus::failed("writing the answer", e.what());
     } catch (...) {
-        return diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED,
-                                               "the answer could not be written");
+        return diaghost::OperationStatus::failed("writing the answer", nullptr);
     }
 }
 
@@ -94,7 +92,7 @@ void ResultQueue::finish(diaghost::OperationStatus status) {
         if (!refusing_)
             flushWritten();
         if (writeFailure_)
-            status = *writeFailure_;
+            status = std::move(*writeFailure_);
         refusing_ = true;
     }
     std::lock_guard<std::mutex> lock(mutex_);
@@ -109,7 +107,7 @@ bool ResultQueue::waitForFirst() {
     return !pieces_.empty();
 }
 
-const std::string* ResultQueue::next() {
+const std::string* ResultQueue::next(Wait wait) {
     std::unique_lock<std::mutex> lock(mutex_);
     if (!current_.empty()) {
         // Kept for its memory: no more pieces are ever in use at once than the queue holds and
@@ -119,20 +117,31 @@ const std::string* ResultQueue::next() {
         current_.clear();
     }
     auto ready = [this] { return finished_ || cancelled_ || !pieces_.empty(); };
-    if (!ready()) {
+    if (!ready() && wait != Wait::No) {
         forWriter_.wait_for(lock, pieceWait, ready);
-        if (!ready()) {
-            // Whatever is written goes now, and each object from here on as it comes. An object
-            // being written meanwhile is handed on by its own writer once it is whole.
+        while (!ready()) {
+            // Whatever is written goes now, and each object from here on as soon as it is
+            // written. An object being written meanwhile (the lock is taken) is handed on by
+            // its own writer once it is whole, unless that writer looked before `hungry_` was
+            // set: then this is tried again a moment later.
             hungry_ = true;
             lock.unlock();
+            bool flushed = false;
             {
                 std::unique_lock<std::mutex> writing(writeMutex_, std::try_to_lock);
-                if (writing.owns_lock() && !refusing_)
-                    flushWritten();
+                if (writing.owns_lock()) {
+                    if (!refusing_)
+                        flushWritten();
+                    flushed = true;
+                }
             }
             lock.lock();
-            forWriter_.wait(lock, ready);
+            if (ready() || wait == Wait::Briefly)
+                break;
+            if (flushed)
+                forWriter_.wait(lock, ready);
+            else
+                forWriter_.wait_for(lock, pieceWait, ready);
         }
     }
     if (pieces_.empty())
@@ -143,6 +152,11 @@ const std::string* ResultQueue::next() {
     if (operationWaiting_ && pieces_.size() <= resumeAt())
         forOperation_.notify_all();
     return &current_;
+}
+
+bool ResultQueue::drained() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return (finished_ || cancelled_) && pieces_.empty();
 }
 
 diaghost::OperationStatus ResultQueue::status() const {

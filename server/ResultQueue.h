@@ -51,9 +51,14 @@ public:
     // The writer's side. Waits until something is written or the operation has finished; whether
     // something was written.
     bool waitForFirst();
-    // The next piece of markup, waiting for it; null once the operation has finished and
-    // everything was taken. The piece stays valid until the next call.
-    const std::string* next();
+    // How long next() waits for a piece: not at all; a moment, after which it takes what is
+    // written so far, if anything; or until there is one or the operation has ended.
+    enum class Wait { No, Briefly, Forever };
+    // The next piece of markup; null when there is none (drained() says whether there will be
+    // no more). The piece stays valid until the next call.
+    const std::string* next(Wait wait = Wait::Forever);
+    // Whether the operation has ended and everything written was taken.
+    bool drained() const;
     // The operation's status; only meaningful once next() gave null or waitForFirst() answered
     // false.
     diaghost::OperationStatus status() const;

@@ -290,8 +290,9 @@ struct WbemHttpServer::Impl {
     // reads it; freed with the response.
     struct Streamed {
         Streamed(Impl& i, std::unique_ptr<WbemOperations::Reply> r)
-            : impl(i), reply(std::move(r)), stream([this](CimXmlWriter& out, std::size_t bytes) {
-                  return reply->writeMore(out, bytes);
+            : impl(i), reply(std::move(r)),
+              stream([this](CimXmlWriter& out, std::size_t bytes, bool wait) {
+                  return reply->writeMore(out, bytes, wait);
               }) {}
         Impl& impl;
         std::unique_ptr<WbemOperations::Reply> reply;

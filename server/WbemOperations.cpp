@@ -120,13 +120,19 @@ WbemOperations::Reply::~Reply() {
         producer_->wait();
 }
 
-bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until) {
+bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until, bool wait) {
     diaghost::CallScope scope(operations_.host_.broker());
     const bool paths = items_ == Items::InstanceNames || items_ == Items::ObjectPaths;
     if (queue_) {
+        // Waits for the first piece only: what comes later goes out with the next call, so that
+        // a slow operation's answers are not held back until a whole buffer is ready.
+        ResultQueue::Wait first = wait ? ResultQueue::Wait::Forever : ResultQueue::Wait::Briefly;
         while (out.written() < until) {
-            const std::string* piece = queue_->next();
+            const std::string* piece = queue_->next(first);
+            first = ResultQueue::Wait::No;
             if (!piece) {
+                if (!queue_->drained())
+                    return true;
                 const diaghost::OperationStatus status = queue_->status();
                 if (!status.ok())
                     throw AnswerStream::Failure{static_cast<unsigned>(status.rc), status.message};
@@ -145,12 +151,12 @@ bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until) {
     return next_ < count;
 }
 
-bool WbemOperations::Reply::writeMore(CimXmlWriter& out, std::size_t bytes) {
+bool WbemOperations::Reply::writeMore(CimXmlWriter& out, std::size_t bytes, bool wait) {
     if (complete_)
         return false;
     const std::uint64_t until = out.written() + bytes;
     if (items_ != Items::None) {
-        if (writeItems(out, until)) {
+        if (writeItems(out, until, wait)) {
             out.flush();
             return true;
         }
@@ -310,14 +316,14 @@ WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, O
         },
         queuedPieces_, pieceSize_);
     reply.producer_ = threads_.run([queue, operation] {
+        // The queue is finished whatever happens, even short of memory: the reply waits for it.
         diaghost::OperationStatus status;
         try {
             status = operation(queue.get()).status;
         } catch (const std::exception& e) {
-            status = diaghost::OperationStatus::make(
-                CMPI_RC_ERR_FAILED, std::string("the operation failed: ") + e.what());
+            status = diaghost::OperationStatus::failed("the operation", e.what());
         } catch (...) {
-            status = diaghost::OperationStatus::make(CMPI_RC_ERR_FAILED, "the operation failed");
+            status = diaghost::OperationStatus::failed("the operation", nullptr);
         }
         queue->finish(std::move(status));
     });

@@ -48,10 +48,12 @@ public:
         // rest is written; a failure while writing is the caller's to report.
         unsigned code() const { return code_; }
         // Writes about `bytes` more of the message and flushes the writer; false once the
-        // message is complete. Throws what the writer's sink throws, or for lack of memory; an
-        // operation that fails after its first answers were written throws AnswerStream::Failure
-        // with its status.
-        bool writeMore(CimXmlWriter& out, std::size_t bytes);
+        // message is complete. An operation still running is waited for until it has answered
+        // something more (or ended), and without `wait` only a moment: then nothing may be
+        // written. Throws what the writer's sink throws, or for lack of memory; an operation
+        // that fails after its first answers were written throws AnswerStream::Failure with its
+        // status.
+        bool writeMore(CimXmlWriter& out, std::size_t bytes, bool wait = true);
 
     private:
         friend class WbemOperations;
@@ -60,8 +62,9 @@ public:
         // Writes one answer as `kind` lists them; called on the operation's thread too.
         void writeItem(CimXmlWriter& out, Items kind, const CMPIInstance* instance,
                        const CMPIObjectPath* path) const;
-        // Writes items until about `until` bytes are written; false once there are no more.
-        bool writeItems(CimXmlWriter& out, std::uint64_t until);
+        // Writes items until about `until` bytes are written, or (from a running operation)
+        // until none is ready; false once there are no more.
+        bool writeItems(CimXmlWriter& out, std::uint64_t until, bool wait);
 
         WbemOperations& operations_;
         unsigned code_ = 0;

@@ -72,4 +72,17 @@ const char* rcName(CMPIrc rc) {
     return buffer;
 }
 
+OperationStatus OperationStatus::failed(const char* what, const char* why) noexcept {
+    OperationStatus status = make(CMPI_RC_ERR_FAILED);
+    try {
+        status.message = std::string(what) + " failed";
+        if (why)
+            status.message += std::string(": ") + why;
+        status.hasMessage = true;
+    } catch (...) {
+        status.message.clear();
+    }
+    return status;
+}
+
 } // namespace diaghost

@@ -21,6 +21,9 @@ struct OperationStatus {
     }
     // Copies a provider's status; the message text is read at once.
     static OperationStatus fromCmpi(const CMPIStatus& status);
+    // CMPI_RC_ERR_FAILED saying `what` failed, and why when `why` is given. Never throws: short
+    // of memory, the status comes without its message.
+    static OperationStatus failed(const char* what, const char* why) noexcept;
 };
 
 // The standard name of a return code ("CMPI_RC_ERR_NOT_FOUND"), or "CMPI_RC_<n>" for others.

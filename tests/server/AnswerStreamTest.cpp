@@ -15,7 +15,7 @@ using State = AnswerStream::State;
 
 // A producer of `parts` parts of `partSize` bytes each, throwing instead of part `failAt`.
 AnswerStream::Producer parts(int count, std::size_t partSize, int failAt, int* calls) {
-    return [=](CimXmlWriter& out, std::size_t) {
+    return [=](CimXmlWriter& out, std::size_t, bool) {
         if (++*calls == failAt)
             throw std::runtime_error("disk on fire");
         out.raw(std::string(partSize, static_cast<char>('a' + *calls % 26)));
@@ -66,6 +66,31 @@ TEST(AnswerStreamTest, ALongAnswerIsProducedAsItIsReadWithABoundedBuffer) {
     // Read past the end stays at the end.
     char c;
     EXPECT_EQ(0u, stream.read(&c, 1, last));
+    EXPECT_EQ(State::End, last);
+}
+
+TEST(AnswerStreamTest, AnAnswerStillInTheMakingGoesOutWithoutWaitingForAWholePiece) {
+    // Two parts ready at once, then one per wait: a slow operation.
+    int calls = 0;
+    AnswerStream stream(
+        [&](CimXmlWriter& out, std::size_t, bool wait) {
+            if (calls >= 2 && !wait)
+                return true;
+            out.raw(std::string(10, static_cast<char>('a' + calls)));
+            out.flush();
+            return ++calls < 5;
+        },
+        1000);
+    stream.writer().raw("<head>");
+    EXPECT_FALSE(stream.fill());
+    EXPECT_EQ("<head>" + std::string(10, 'a') + std::string(10, 'b'), stream.buffered());
+    char piece[100];
+    State last;
+    EXPECT_EQ(26u, stream.read(piece, sizeof piece, last));
+    // With nothing buffered, reading waits for the next part alone.
+    EXPECT_EQ(10u, stream.read(piece, sizeof piece, last));
+    EXPECT_EQ(std::string(10, 'c'), std::string(piece, 10));
+    EXPECT_EQ(std::string(10, 'd') + std::string(10, 'e'), readAll(stream, 100, last, nullptr));
     EXPECT_EQ(State::End, last);
 }
 

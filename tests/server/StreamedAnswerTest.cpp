@@ -135,6 +135,25 @@ TEST_F(ResultQueueTest, AWaitingWriterGetsWhatIsWrittenBeforeAPieceIsWhole) {
     operation.join();
 }
 
+TEST_F(ResultQueueTest, AWriterThatMayNotWaitTakesOnlyWhatIsReady) {
+    diaghost::CallScope scope(host.broker());
+    ResultQueue queue(names(), 4);
+    // Nobody has taken anything yet: the first object is handed on at once.
+    queue.path(path("first"));
+    ASSERT_TRUE(queue.waitForFirst());
+    EXPECT_EQ("first;", *queue.next(ResultQueue::Wait::No));
+    // Written, but far from a whole piece.
+    queue.path(path("second"));
+    EXPECT_FALSE(queue.next(ResultQueue::Wait::No));
+    EXPECT_FALSE(queue.drained());
+    const std::string* partial = queue.next(ResultQueue::Wait::Briefly);
+    ASSERT_TRUE(partial);
+    EXPECT_EQ("second;", *partial);
+    queue.finish(diaghost::OperationStatus::make(CMPI_RC_OK));
+    EXPECT_FALSE(queue.next(ResultQueue::Wait::No));
+    EXPECT_TRUE(queue.drained());
+}
+
 TEST_F(ResultQueueTest, CancellingDropsWhatIsHeldAndRefusesTheRest) {
     diaghost::CallScope scope(host.broker());
     ResultQueue queue(names(), 1, 1);
@@ -207,8 +226,9 @@ protected:
     };
     Read read(WbemOperations& operations, const CimRequest& request) {
         std::unique_ptr<WbemOperations::Reply> reply;
-        AnswerStream stream(
-            [&](CimXmlWriter& out, std::size_t bytes) { return reply->writeMore(out, bytes); });
+        AnswerStream stream([&](CimXmlWriter& out, std::size_t bytes, bool wait) {
+            return reply->writeMore(out, bytes, wait);
+        });
         reply = operations.reply(request, stream.writer());
         // As the server does: a first piece, then what is read.
         stream.fill();
