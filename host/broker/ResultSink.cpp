@@ -266,9 +266,10 @@ void moveAll(std::vector<T>& from, std::vector<T>& to) {
 
 } // namespace
 
-void ResultSink::takeFrom(ResultSink& from) {
+bool ResultSink::takeFrom(ResultSink& from) {
     Impl& to = *impl_;
     Impl& src = *from.impl_;
+    bool wanted = true;
     if (to.stream != nullptr) {
         // What `from` kept goes on to the stream, each object once, in the order returned, and
         // is released once the stream has read it.
@@ -281,7 +282,6 @@ void ResultSink::takeFrom(ResultSink& from) {
                            [](Call c) { return c == Call::Instance || c == Call::ObjectPath; }),
             src.calls.end());
         try {
-            bool wanted = true;
             for (CMPIInstance* inst : instances)
                 wanted = wanted && to.stream->instance(inst);
             for (CMPIObjectPath* path : paths)
@@ -309,6 +309,7 @@ void ResultSink::takeFrom(ResultSink& from) {
     moveAll(src.paths, to.paths);
     moveAll(src.data, to.data);
     moveAll(src.errors, to.errors);
+    return wanted;
 }
 
 std::vector<CMPIInstance*> ResultSink::takeInstances() {

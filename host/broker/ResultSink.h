@@ -63,8 +63,8 @@ public:
 
     // Moves everything `from` received, in the order received and without copying, to the end of
     // this sink (its instances and paths to this sink's stream, when it has one), except its
-    // Done; `from` is left empty.
-    void takeFrom(ResultSink& from);
+    // Done; `from` is left empty. False when the stream refused one of them: no more are wanted.
+    bool takeFrom(ResultSink& from);
 
     // Hands over the instance (path) copies: from now on the caller owns each of them and must
     // release it. The sink's list is left empty.

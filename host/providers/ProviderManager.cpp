@@ -487,9 +487,13 @@ OperationStatus ProviderManager::associatorsOf(const CMPIContext* ctx, const CMP
             if (!result.ok())
                 return result;
             const CMPIResult* r = out.cmpi();
+            // A stream that wants no more (its client went away) ends the loop.
+            const OperationStatus unwanted =
+                OperationStatus::make(CMPI_RC_ERR_FAILED, "no more answers are wanted");
             for (CMPIObjectPath* path : paths) {
                 if (namesOnly) {
-                    r->ft->returnObjectPath(r, path);
+                    if (r->ft->returnObjectPath(r, path).rc != CMPI_RC_OK)
+                        return unwanted;
                     continue;
                 }
                 ResultSink one(broker_);
@@ -498,7 +502,8 @@ OperationStatus ProviderManager::associatorsOf(const CMPIContext* ctx, const CMP
                     continue; // a reference to an object that does not exist is no associator
                 if (!got.ok())
                     return got;
-                out.takeFrom(one);
+                if (!out.takeFrom(one))
+                    return unwanted;
             }
         }
         return done(out);

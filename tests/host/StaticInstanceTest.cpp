@@ -1,12 +1,16 @@
 // Classes without provider served from the MOF's instance declarations.
 #include "HostTestSupport.h"
 
+#include "host/broker/CallScope.h"
+#include "host/broker/ResultSink.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmpimacs.h>
 
 using namespace hosttest;
+using diaghost::CallScope;
 using testing::ElementsAre;
 
 namespace {
@@ -105,6 +109,28 @@ TEST_F(StaticInstanceTest, AssociationOperationsFollowTheDeclaredReferences) {
         ElementsAre("root/cimv2:Test_Static.Id=\"s2\"", "root/cimv2:Test_StaticChild.Id=\"c1\""));
     EXPECT_EQ(host->referenceNames(s1, "", "To").paths().size(), 0u);
     EXPECT_EQ(host->referenceNames("Test_StaticChild.Id=\"c1\"").paths().size(), 1u);
+}
+
+// A client gone away: every object it is handed is refused.
+class RefusingStream : public diaghost::ResultSink::Stream {
+public:
+    bool instance(const CMPIInstance*) override { return ++offered, false; }
+    bool path(const CMPIObjectPath*) override { return ++offered, false; }
+    int offered = 0;
+};
+
+TEST_F(StaticInstanceTest, AssociatorsStopAtTheFirstAnswerAStreamRefuses) {
+    CallScope scope(host->broker());
+    CMPIObjectPath* s1 = host->parsePath("Test_Static.Id=\"s1\"");
+    RefusingStream stream;
+    OperationResult all = host->associators(s1, "", "", "", "", &stream);
+    EXPECT_FALSE(all.ok());
+    EXPECT_EQ(stream.offered, 1);
+
+    RefusingStream names;
+    OperationResult paths = host->associatorNames(s1, "", "", "", "", &names);
+    EXPECT_FALSE(paths.ok());
+    EXPECT_EQ(names.offered, 1);
 }
 
 } // namespace
