@@ -28,6 +28,26 @@ std::string_view stringText(const CMPIString* s) {
     return p ? std::string_view(p) : std::string_view();
 }
 
+// The path an instance is written with: the one given, else the instance's own, asked of it and
+// released with this.
+class InstancePath {
+public:
+    InstancePath(const CMPIObjectPath* given, const CMPIInstance* inst)
+        : own_(!given && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr),
+          path_(given ? given : own_) {}
+    ~InstancePath() {
+        if (own_ && own_->ft)
+            own_->ft->release(own_);
+    }
+    InstancePath(const InstancePath&) = delete;
+    InstancePath& operator=(const InstancePath&) = delete;
+    const CMPIObjectPath* get() const { return path_; }
+
+private:
+    CMPIObjectPath* own_;
+    const CMPIObjectPath* path_;
+};
+
 // A key's value as a path hands it out: a set value is marked as a key.
 CMPIData asKey(CMPIData value) {
     if (!(value.state & CMPI_nullValue))
@@ -526,15 +546,14 @@ void CimXmlWriter::instance(const CMPIInstance* inst, const std::vector<std::str
         hostInstance(*h, tagsFor(*h), properties);
         return;
     }
-    CMPIObjectPath* own =
-        !path && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
-    const CMPIObjectPath* named = path ? path : own;
-    raw("<INSTANCE");
-    attribute("CLASSNAME", named && named->ft ? stringText(named->ft->getClassName(named, nullptr))
-                                              : std::string_view());
-    put('>');
-    if (own && own->ft)
-        own->ft->release(own);
+    {
+        const InstancePath named(path, inst);
+        const CMPIObjectPath* p = named.get();
+        raw("<INSTANCE");
+        attribute("CLASSNAME",
+                  p && p->ft ? stringText(p->ft->getClassName(p, nullptr)) : std::string_view());
+        put('>');
+    }
     CMPICount n = inst && inst->ft ? inst->ft->getPropertyCount(inst, nullptr) : 0;
     for (CMPICount i = 0; i < n; ++i) {
         CMPIString* name = nullptr;
@@ -590,12 +609,9 @@ void CimXmlWriter::namedInstance(const CMPIObjectPath* path, const CMPIInstance*
         hostInstanceName(*h, tags);
         hostInstance(*h, tags, properties);
     } else {
-        CMPIObjectPath* own =
-            !path && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
-        instanceName(path ? path : own);
-        instance(inst, properties, path ? path : own);
-        if (own && own->ft)
-            own->ft->release(own);
+        const InstancePath named(path, inst);
+        instanceName(named.get());
+        instance(inst, properties, named.get());
     }
     raw("</VALUE.NAMEDINSTANCE>");
     maybeFlush();
@@ -614,12 +630,9 @@ void CimXmlWriter::objectWithPath(const CMPIObjectPath* path, std::string_view h
         raw("</INSTANCEPATH>");
         hostInstance(*h, tags, properties);
     } else {
-        CMPIObjectPath* own =
-            !path && inst && inst->ft ? inst->ft->getObjectPath(inst, nullptr) : nullptr;
-        instancePath(path ? path : own, host);
-        instance(inst, properties, path ? path : own);
-        if (own && own->ft)
-            own->ft->release(own);
+        const InstancePath named(path, inst);
+        instancePath(named.get(), host);
+        instance(inst, properties, named.get());
     }
     raw("</VALUE.OBJECTWITHPATH>");
     maybeFlush();
