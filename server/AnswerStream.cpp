@@ -3,21 +3,52 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <utility>
 
 namespace diagserver {
 
-AnswerStream::AnswerStream(Producer produce, std::size_t pieceSize)
-    : produce_(std::move(produce)), pieceSize_(pieceSize),
-      writer_([this](std::string_view piece) { buffer_.append(piece); }, pieceSize) {}
+AnswerStream::AnswerStream(Producer produce, std::size_t pieceSize, std::shared_ptr<PiecePool> pool)
+    : produce_(std::move(produce)), pieceSize_(pieceSize), pool_(std::move(pool)),
+      writer_([this](std::string_view markup) { append(markup); }, pieceSize,
+              [this](MarkupPiece& piece) { adopt(piece); }) {}
+
+AnswerStream::~AnswerStream() {
+    for (MarkupPiece& piece : pieces_)
+        recycle(std::move(piece));
+}
+
+void AnswerStream::append(std::string_view markup) {
+    if (markup.empty())
+        return;
+    if (pieces_.empty() || pieces_.back().room() < markup.size())
+        pieces_.push_back(MarkupPiece(std::max(markup.size(), pieceSize_)));
+    MarkupPiece& last = pieces_.back();
+    std::memcpy(last.data.get() + last.size, markup.data(), markup.size());
+    last.size += markup.size();
+    buffered_ += markup.size();
+}
+
+void AnswerStream::adopt(MarkupPiece& piece) {
+    // A piece that fits where the last one ends (a slow operation's answers come one object a
+    // piece) is copied there, so that what is held is bounded by the bytes, not by the pieces.
+    if (!pieces_.empty() && pieces_.back().room() >= piece.size) {
+        append(piece.view());
+        recycle(std::move(piece));
+        return;
+    }
+    const std::size_t size = piece.size;
+    pieces_.push_back(std::move(piece));
+    buffered_ += size;
+}
+
+void AnswerStream::recycle(MarkupPiece piece) {
+    if (pool_)
+        pool_->give(std::move(piece));
+}
 
 bool AnswerStream::produce(bool wait) {
     if (complete_ || failureCode_ != 0)
         return false;
-    // Read data goes before more is made, so that the buffer does not grow past a piece or two.
-    if (offset_ > 0) {
-        buffer_.erase(0, offset_);
-        offset_ = 0;
-    }
     try {
         complete_ = !produce_(writer_, pieceSize_, wait);
         writer_.flush();
@@ -41,21 +72,36 @@ bool AnswerStream::produce(bool wait) {
 
 bool AnswerStream::fill() {
     writer_.flush();
-    while (!complete_ && failureCode_ == 0 && buffer_.size() - offset_ < pieceSize_) {
-        const std::size_t before = buffer_.size() - offset_;
+    while (!complete_ && failureCode_ == 0 && buffered_ < pieceSize_) {
+        const std::size_t before = buffered_;
         produce(false);
-        if (buffer_.size() - offset_ == before)
+        if (buffered_ == before)
             break; // nothing more is ready: the rest streams
     }
     return complete_;
 }
 
-std::string_view AnswerStream::buffered() const {
-    return std::string_view(buffer_).substr(offset_);
+std::string_view AnswerStream::buffered() {
+    if (pieces_.size() > 1) {
+        MarkupPiece whole(buffered_);
+        for (std::size_t i = 0; i < pieces_.size(); ++i) {
+            const std::string_view part = pieces_[i].view().substr(i == 0 ? offset_ : 0);
+            std::memcpy(whole.data.get() + whole.size, part.data(), part.size());
+            whole.size += part.size();
+        }
+        for (MarkupPiece& piece : pieces_)
+            recycle(std::move(piece));
+        pieces_.clear();
+        pieces_.push_back(std::move(whole));
+        offset_ = 0;
+    }
+    if (pieces_.empty())
+        return {};
+    return pieces_.front().view().substr(offset_);
 }
 
 std::size_t AnswerStream::read(char* out, std::size_t max, State& state) {
-    while (buffer_.size() == offset_) {
+    while (buffered_ == 0) {
         if (failureCode_ != 0) {
             state = State::Failed;
             return 0;
@@ -65,9 +111,20 @@ std::size_t AnswerStream::read(char* out, std::size_t max, State& state) {
             return 0;
         }
     }
-    const std::size_t n = std::min(max, buffer_.size() - offset_);
-    std::memcpy(out, buffer_.data() + offset_, n);
-    offset_ += n;
+    std::size_t n = 0;
+    while (n < max && buffered_ > 0) {
+        MarkupPiece& first = pieces_.front();
+        const std::size_t part = std::min(max - n, first.size - offset_);
+        std::memcpy(out + n, first.data.get() + offset_, part);
+        n += part;
+        offset_ += part;
+        buffered_ -= part;
+        if (offset_ == first.size) {
+            recycle(std::move(first));
+            pieces_.pop_front();
+            offset_ = 0;
+        }
+    }
     state = State::Data;
     return n;
 }

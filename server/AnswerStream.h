@@ -1,13 +1,18 @@
 // Hands a response message to the HTTP layer in the pieces it asks for, producing the XML only as
-// it is read: at most about one piece is buffered, however long the answer. A failure while
-// producing ends the stream early and is kept as the CIM status for the message's trailer.
+// it is read: about `pieceSize` bytes or one piece passed to its writer are buffered, however long
+// the answer. A large piece passed is read where it lies, not copied. A failure while producing
+// ends the stream early and is kept as the CIM status for the message's trailer.
 #ifndef DIAGSERVER_ANSWERSTREAM_H
 #define DIAGSERVER_ANSWERSTREAM_H
 
 #include "server/CimXmlWriter.h"
+#include "server/MarkupPiece.h"
+#include "server/PiecePool.h"
 
 #include <cstddef>
+#include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace diagserver {
@@ -27,7 +32,10 @@ public:
         std::string description;
     };
 
-    AnswerStream(Producer produce, std::size_t pieceSize = std::size_t{64} << 10);
+    // Pieces passed to the writer go back to `pool`, when given, once read.
+    AnswerStream(Producer produce, std::size_t pieceSize = std::size_t{64} << 10,
+                 std::shared_ptr<PiecePool> pool = nullptr);
+    ~AnswerStream();
     AnswerStream(const AnswerStream&) = delete;
     AnswerStream& operator=(const AnswerStream&) = delete;
 
@@ -37,8 +45,8 @@ public:
     // Produces until a whole piece is buffered, the message is complete, or nothing more is
     // ready; true when complete, so that a short answer can go out with its length.
     bool fill();
-    // What is buffered and not read yet.
-    std::string_view buffered() const;
+    // What is buffered and not read yet, in one piece of memory.
+    std::string_view buffered();
 
     // Copies up to `max` bytes of the message to `out`; `state` says whether data came, the
     // message ended, or producing it failed (then the bytes given so far are all there is).
@@ -50,11 +58,18 @@ public:
 
 private:
     bool produce(bool wait);
+    // The writer's sinks: markup it wrote, copied; a piece passed, kept as it is.
+    void append(std::string_view markup);
+    void adopt(MarkupPiece& piece);
+    void recycle(MarkupPiece piece);
 
     Producer produce_;
     std::size_t pieceSize_;
-    std::string buffer_;
+    std::shared_ptr<PiecePool> pool_;
+    // What is buffered, in order; the first read from `offset_` on.
+    std::deque<MarkupPiece> pieces_;
     std::size_t offset_ = 0;
+    std::size_t buffered_ = 0;
     CimXmlWriter writer_;
     bool complete_ = false;
     unsigned failureCode_ = 0;

@@ -93,13 +93,17 @@ std::string_view valueType(CMPIType type) {
 
 } // namespace
 
-CimXmlWriter::CimXmlWriter(Sink sink, std::size_t flushAt)
-    : sink_(std::move(sink)), flushAt_(flushAt) {
+CimXmlWriter::CimXmlWriter(Sink sink, std::size_t flushAt, PieceSink passed)
+    : sink_(std::move(sink)), pieceSink_(std::move(passed)), flushAt_(flushAt) {
     grow(flushAt_ + 4096);
 }
 
+CimXmlWriter::CimXmlWriter(PieceSink sink, MarkupPiece memory, std::size_t flushAt)
+    : pieceSink_(std::move(sink)), handsOverBuffer_(true), flushAt_(flushAt),
+      buffer_(std::move(memory.data)), capacity_(buffer_ ? memory.capacity : 0) {}
+
 void CimXmlWriter::grow(std::size_t more) {
-    const std::size_t wanted = std::max(size_ + more, capacity_ * 2);
+    const std::size_t wanted = std::max({size_ + more, capacity_ * 2, flushAt_ + 4096});
     std::unique_ptr<char[]> larger(new char[wanted]);
     if (size_ > 0)
         std::memcpy(larger.get(), buffer_.get(), size_);
@@ -116,17 +120,56 @@ void CimXmlWriter::escaped(std::string_view text) {
 void CimXmlWriter::flush() {
     if (size_ == 0)
         return;
-    sink_(std::string_view(buffer_.get(), size_));
+    if (!handsOverBuffer_) {
+        sink_(std::string_view(buffer_.get(), size_));
+        written_ += size_;
+        size_ = 0;
+        return;
+    }
+    MarkupPiece piece(std::move(buffer_), size_, capacity_);
+    try {
+        pieceSink_(piece);
+    } catch (...) {
+        buffer_ = std::move(piece.data);
+        throw;
+    }
     written_ += size_;
+    buffer_ = std::move(piece.data);
+    capacity_ = buffer_ ? piece.capacity : 0;
     size_ = 0;
 }
 
 void CimXmlWriter::pass(std::string_view markup) {
+    if (handsOverBuffer_) {
+        raw(markup);
+        flush();
+        return;
+    }
     flush();
     if (markup.empty())
         return;
     sink_(markup);
     written_ += markup.size();
+}
+
+void CimXmlWriter::pass(MarkupPiece&& piece) {
+    if (!pieceSink_ || handsOverBuffer_) {
+        pass(piece.view());
+        return;
+    }
+    flush();
+    if (piece.size == 0)
+        return;
+    const std::size_t size = piece.size;
+    pieceSink_(piece);
+    written_ += size;
+}
+
+MarkupPiece CimXmlWriter::takeMemory() {
+    MarkupPiece memory(std::move(buffer_), 0, capacity_);
+    size_ = 0;
+    capacity_ = 0;
+    return memory;
 }
 
 void CimXmlWriter::maybeFlush() {

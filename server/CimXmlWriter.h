@@ -5,6 +5,7 @@
 #ifndef DIAGSERVER_CIMXMLWRITER_H
 #define DIAGSERVER_CIMXMLWRITER_H
 
+#include "server/MarkupPiece.h"
 #include "server/XmlText.h"
 
 #include <cmpidt.h>
@@ -25,11 +26,21 @@ namespace diagserver {
 
 class CimXmlWriter {
 public:
+    // Copies what it is given.
     using Sink = std::function<void(std::string_view)>;
+    // Takes a whole piece of markup. Handed a writer's own buffer, it leaves in `piece` the
+    // memory the writer goes on in (none, or any empty piece); if it throws, it leaves `piece` as
+    // it was.
+    using PieceSink = std::function<void(MarkupPiece& piece)>;
 
     // `flushAt`: how many bytes gather before the sink is called; the sink may throw, and the
-    // exception leaves the writer as it is.
-    explicit CimXmlWriter(Sink sink, std::size_t flushAt = std::size_t{64} << 10);
+    // exception leaves the writer as it is. Pieces passed go to `passed`, else are copied to the
+    // sink.
+    explicit CimXmlWriter(Sink sink, std::size_t flushAt = std::size_t{64} << 10,
+                          PieceSink passed = nullptr);
+    // A writer that hands its buffer itself to `sink` at each flush, so that what it wrote is
+    // never copied; it starts in `memory`.
+    CimXmlWriter(PieceSink sink, MarkupPiece memory, std::size_t flushAt);
     CimXmlWriter(const CimXmlWriter&) = delete;
     CimXmlWriter& operator=(const CimXmlWriter&) = delete;
 
@@ -38,6 +49,10 @@ public:
     // Hands what is buffered and then markup written elsewhere to the sink, the markup without
     // copying it first.
     void pass(std::string_view markup);
+    // The same with markup in a piece of its own, which goes whole to a sink of pieces passed.
+    void pass(MarkupPiece&& piece);
+    // The memory of an empty buffer, given up (the writer takes new memory if written to again).
+    MarkupPiece takeMemory();
     // Bytes written so far, flushed or not.
     std::uint64_t written() const { return written_ + size_; }
 
@@ -162,6 +177,9 @@ private:
     void hostInstanceName(const diaghost::HostInstance& inst, const ClassTags& tags);
 
     Sink sink_;
+    // Passed pieces; or, for a writer handing over its buffer, every flush.
+    PieceSink pieceSink_;
+    bool handsOverBuffer_ = false;
     std::size_t flushAt_;
     std::unique_ptr<char[]> buffer_;
     std::size_t size_ = 0;

@@ -27,31 +27,43 @@ std::optional<diaghost::OperationStatus> failureOf(Write&& write) noexcept {
 
 } // namespace
 
-ResultQueue::ResultQueue(WriteItem write, std::size_t capacity, std::size_t pieceSize)
+ResultQueue::ResultQueue(WriteItem write, std::size_t capacity, std::size_t pieceSize,
+                         std::shared_ptr<PiecePool> pool)
     : write_(std::move(write)), capacity_(capacity > 0 ? capacity : 1),
-      writer_([this](std::string_view piece) { push(piece); }, pieceSize > 0 ? pieceSize : 1) {}
+      pool_(pool ? std::move(pool) : std::make_shared<PiecePool>(pieceSize, capacity_ + 2)),
+      writer_([this](MarkupPiece& piece) { push(piece); }, pool_->take(), pool_->pieceSize()) {}
 
-ResultQueue::~ResultQueue() = default;
+ResultQueue::~ResultQueue() {
+    pool_->give(writer_.takeMemory());
+    for (MarkupPiece& piece : pieces_)
+        pool_->give(std::move(piece));
+}
 
-void ResultQueue::push(std::string_view piece) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (pieces_.size() >= capacity_ && !cancelled_) {
-        // Woken once half the queue is free, not for every piece taken, so that the two
-        // threads do not take turns piece by piece.
-        operationWaiting_ = true;
-        forOperation_.wait(lock, [this] { return cancelled_ || pieces_.size() <= resumeAt(); });
-        operationWaiting_ = false;
+void ResultQueue::push(MarkupPiece& piece) {
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (pieces_.size() >= capacity_ && !cancelled_) {
+            // Woken once the queue is down to resumeAt() pieces, not for every piece taken, so
+            // that the two threads do not take turns piece by piece.
+            operationWaiting_ = true;
+            forOperation_.wait(lock, [this] { return cancelled_ || pieces_.size() <= resumeAt(); });
+            operationWaiting_ = false;
+        }
+        if (cancelled_) {
+            // Nobody reads it any more: the writer goes on in the same memory.
+            piece.size = 0;
+            return;
+        }
+        pieces_.push_back(std::move(piece));
     }
-    if (cancelled_)
-        return;
-    std::string copy;
-    if (!spare_.empty()) {
-        copy = std::move(spare_.back());
-        spare_.pop_back();
-    }
-    copy.assign(piece);
-    pieces_.push_back(std::move(copy));
+    // Woken once the lock is free, so that the writer does not wake only to wait for it.
     forWriter_.notify_all();
+    try {
+        piece = pool_->take();
+    } catch (...) {
+        // The writer makes do without, and finds out whether memory can be had when it next
+        // writes.
+    }
 }
 
 void ResultQueue::flushWritten() noexcept {
@@ -107,15 +119,8 @@ bool ResultQueue::waitForFirst() {
     return !pieces_.empty();
 }
 
-const std::string* ResultQueue::next(Wait wait) {
+std::optional<MarkupPiece> ResultQueue::next(Wait wait) {
     std::unique_lock<std::mutex> lock(mutex_);
-    if (!current_.empty()) {
-        // Kept for its memory: no more pieces are ever in use at once than the queue holds and
-        // the writer reads.
-        if (spare_.size() <= capacity_)
-            spare_.push_back(std::move(current_));
-        current_.clear();
-    }
     auto ready = [this] { return finished_ || cancelled_ || !pieces_.empty(); };
     if (!ready() && wait != Wait::No) {
         forWriter_.wait_for(lock, pieceWait, ready);
@@ -145,13 +150,15 @@ const std::string* ResultQueue::next(Wait wait) {
         }
     }
     if (pieces_.empty())
-        return nullptr;
-    current_ = std::move(pieces_.front());
+        return std::nullopt;
+    std::optional<MarkupPiece> piece(std::move(pieces_.front()));
     pieces_.pop_front();
     hungry_ = false;
-    if (operationWaiting_ && pieces_.size() <= resumeAt())
+    const bool room = operationWaiting_ && pieces_.size() <= resumeAt();
+    lock.unlock();
+    if (room)
         forOperation_.notify_all();
-    return &current_;
+    return piece;
 }
 
 bool ResultQueue::drained() const {
@@ -170,13 +177,17 @@ bool ResultQueue::failed() const {
 }
 
 void ResultQueue::cancel() {
-    std::deque<std::string> dropped;
-    std::lock_guard<std::mutex> lock(mutex_);
-    cancelled_ = true;
-    refusing_ = true;
-    dropped.swap(pieces_);
-    forWriter_.notify_all();
-    forOperation_.notify_all();
+    std::deque<MarkupPiece> dropped;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        cancelled_ = true;
+        refusing_ = true;
+        dropped.swap(pieces_);
+        forWriter_.notify_all();
+        forOperation_.notify_all();
+    }
+    for (MarkupPiece& piece : dropped)
+        pool_->give(std::move(piece));
 }
 
 } // namespace diagserver

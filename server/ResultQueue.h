@@ -2,8 +2,9 @@
 // to the thread writing the response. Each instance or path is written as CIM-XML on the
 // provider's thread while its return call lasts, as an object manager serialises what it is
 // handed, so that nothing returned is copied or kept; the writing thread takes the markup in
-// pieces of about `pieceSize` bytes. The provider's thread waits while `capacity` pieces wait to
-// be taken, so however long the answer, a few pieces are held at most. A writer kept waiting is
+// pieces of about `pieceSize` bytes, each the very memory it was written in. The provider's
+// thread waits while `capacity` pieces wait to be taken, so however long the answer, a few
+// pieces are held at most. A writer kept waiting is
 // given what is written so far without waiting for a whole piece, so that a slow operation's
 // answers still go out as they come. The operation ends it by finishing; the writer by cancelling
 // (its client went away), after which every object still returned is refused.
@@ -11,6 +12,8 @@
 #define DIAGSERVER_RESULTQUEUE_H
 
 #include "server/CimXmlWriter.h"
+#include "server/MarkupPiece.h"
+#include "server/PiecePool.h"
 
 #include "host/broker/OperationStatus.h"
 #include "host/broker/ResultSink.h"
@@ -22,10 +25,9 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <vector>
 
 namespace diagserver {
 
@@ -35,8 +37,11 @@ public:
     using WriteItem = std::function<void(CimXmlWriter& out, const CMPIInstance* instance,
                                          const CMPIObjectPath* path)>;
 
+    // The pieces' memory comes from `pool`, whose piece size then counts (one of the queue's own
+    // when none is given), and should go back there once sent.
     ResultQueue(WriteItem write, std::size_t capacity,
-                std::size_t pieceSize = std::size_t{64} << 10);
+                std::size_t pieceSize = std::size_t{64} << 10,
+                std::shared_ptr<PiecePool> pool = nullptr);
     ~ResultQueue() override;
     ResultQueue(const ResultQueue&) = delete;
     ResultQueue& operator=(const ResultQueue&) = delete;
@@ -54,12 +59,12 @@ public:
     // How long next() waits for a piece: not at all; a moment, after which it takes what is
     // written so far, if anything; or until there is one or the operation has ended.
     enum class Wait { No, Briefly, Forever };
-    // The next piece of markup; null when there is none (drained() says whether there will be
-    // no more). The piece stays valid until the next call.
-    const std::string* next(Wait wait = Wait::Forever);
+    // The next piece of markup; none when there is none (drained() says whether there will be
+    // no more).
+    std::optional<MarkupPiece> next(Wait wait = Wait::Forever);
     // Whether the operation has ended and everything written was taken.
     bool drained() const;
-    // The operation's status; only meaningful once next() gave null or waitForFirst() answered
+    // The operation's status; only meaningful once next() gave none or waitForFirst() answered
     // false.
     diaghost::OperationStatus status() const;
     // Whether the operation has ended with a failure (its answers so far may still be held).
@@ -68,8 +73,9 @@ public:
 
 private:
     bool write(const CMPIInstance* instance, const CMPIObjectPath* path);
-    // The operation-side writer's sink: queues a copy of the piece, waiting for room.
-    void push(std::string_view piece);
+    // The operation-side writer's sink: queues its buffer, waiting for room, and leaves it new
+    // memory.
+    void push(MarkupPiece& piece);
     // Flushes the operation-side writer, writeMutex_ held; a failure to is kept for finish().
     void flushWritten() noexcept;
     // Keeps a failure to write, if any, and refuses every object from then on; writeMutex_ held.
@@ -79,6 +85,7 @@ private:
 
     WriteItem write_;
     const std::size_t capacity_;
+    const std::shared_ptr<PiecePool> pool_;
 
     // The operation's side: its writer and a failure to write, under writeMutex_.
     std::mutex writeMutex_;
@@ -92,11 +99,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable forWriter_;
     std::condition_variable forOperation_;
-    std::deque<std::string> pieces_;
-    // Pieces the writer is done with, for their memory to be used again.
-    std::vector<std::string> spare_;
-    // The writer's: the piece it was handed last.
-    std::string current_;
+    std::deque<MarkupPiece> pieces_;
     bool operationWaiting_ = false;
     bool finished_ = false;
     bool cancelled_ = false;

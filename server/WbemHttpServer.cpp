@@ -36,6 +36,9 @@ using Clock = std::chrono::steady_clock;
 // answer is sent from, which gets about half of it. The library's 32 KiB sends a long answer
 // 16 KiB per system call; 128 KiB sends it 64 KiB at a time.
 constexpr std::size_t connectionMemory = std::size_t{128} << 10;
+// How much of an answer is made ready before it is sent: a short answer within it goes out with
+// its length, a longer one chunked.
+constexpr std::size_t streamPiece = std::size_t{64} << 10;
 
 // What one request has gathered between the calls libmicrohttpd makes for it.
 struct Exchange {
@@ -291,9 +294,9 @@ struct WbemHttpServer::Impl {
     struct Streamed {
         Streamed(Impl& i, std::unique_ptr<WbemOperations::Reply> r)
             : impl(i), reply(std::move(r)),
-              stream([this](CimXmlWriter& out, std::size_t bytes, bool wait) {
-                  return reply->writeMore(out, bytes, wait);
-              }) {}
+              stream([this](CimXmlWriter& out, std::size_t bytes,
+                            bool wait) { return reply->writeMore(out, bytes, wait); },
+                     streamPiece, i.operations.pieces()) {}
         Impl& impl;
         std::unique_ptr<WbemOperations::Reply> reply;
         AnswerStream stream;
@@ -418,9 +421,9 @@ struct WbemHttpServer::Impl {
             streamed->operation = request.method;
             streamed->cls = classOf(request);
             streamed->started = exchange.started;
-            response =
-                MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 64 * 1024, &Impl::readStreamed,
-                                                  streamed.get(), &Impl::freeStreamed);
+            response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, streamPiece,
+                                                         &Impl::readStreamed, streamed.get(),
+                                                         &Impl::freeStreamed);
             if (response) {
                 streamed->response = response;
                 if (streamed->trailers)

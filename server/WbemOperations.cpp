@@ -77,7 +77,7 @@ std::optional<std::vector<std::string>> propertyList(const CimRequest& request) 
 WbemOperations::WbemOperations(Host& host, std::string hostName, std::size_t queuedPieces,
                                std::size_t pieceSize)
     : host_(host), hostName_(std::move(hostName)), queuedPieces_(queuedPieces),
-      pieceSize_(pieceSize) {}
+      pieces_(std::make_shared<PiecePool>(pieceSize, sparePieces)) {}
 
 std::unique_ptr<WbemOperations::Reply> WbemOperations::reply(const CimRequest& request,
                                                              CimXmlWriter& out) {
@@ -128,7 +128,7 @@ bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until, b
         // a slow operation's answers are not held back until a whole buffer is ready.
         ResultQueue::Wait first = wait ? ResultQueue::Wait::Forever : ResultQueue::Wait::Briefly;
         while (out.written() < until) {
-            const std::string* piece = queue_->next(first);
+            std::optional<MarkupPiece> piece = queue_->next(first);
             first = ResultQueue::Wait::No;
             if (!piece) {
                 if (!queue_->drained())
@@ -138,7 +138,7 @@ bool WbemOperations::Reply::writeItems(CimXmlWriter& out, std::uint64_t until, b
                     throw AnswerStream::Failure{static_cast<unsigned>(status.rc), status.message};
                 return false;
             }
-            out.pass(*piece);
+            out.pass(std::move(*piece));
         }
         return true;
     }
@@ -314,7 +314,7 @@ WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, O
             diaghost::CallScope scope(broker);
             answering.writeItem(out, kind, instance, path);
         },
-        queuedPieces_, pieceSize_);
+        queuedPieces_, pieces_->pieceSize(), pieces_);
     reply.producer_ = threads_.run([queue, operation] {
         // The queue is finished whatever happens, even short of memory: the reply waits for it.
         diaghost::OperationStatus status;

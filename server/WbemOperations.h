@@ -10,6 +10,7 @@
 #include "server/CimRequest.h"
 #include "server/CimXmlWriter.h"
 #include "server/OperationThreads.h"
+#include "server/PiecePool.h"
 #include "server/ResultQueue.h"
 
 #include "host/OperationResult.h"
@@ -33,8 +34,8 @@ public:
     // still running holds at most `queuedPieces` pieces of its answer's markup (of about
     // `pieceSize` bytes) not yet taken by the reply.
     explicit WbemOperations(diaghost::Host& host, std::string hostName = "localhost",
-                            std::size_t queuedPieces = 4,
-                            std::size_t pieceSize = std::size_t{64} << 10);
+                            std::size_t queuedPieces = 1,
+                            std::size_t pieceSize = std::size_t{256} << 10);
 
     // The rest of a response message whose operation has run.
     class Reply {
@@ -83,6 +84,8 @@ public:
     // Runs the operation and writes the head of the response message (all of it for an answer
     // without a list of instances or paths); the reply writes the rest.
     std::unique_ptr<Reply> reply(const CimRequest& request, CimXmlWriter& out);
+    // Memory for the pieces answers are written in; they go back there once sent.
+    const std::shared_ptr<PiecePool>& pieces() const { return pieces_; }
     // The whole message at once; the CIM status code of the answer.
     unsigned answer(const CimRequest& request, CimXmlWriter& out);
 
@@ -105,11 +108,13 @@ private:
     Outcome items(Reply& reply, Reply::Items kind, Operation operation, CimXmlWriter& out);
 
     static constexpr unsigned maxProducers = 64;
+    // Spare pieces kept between answers: enough for a few answers at once.
+    static constexpr std::size_t sparePieces = 8;
 
     diaghost::Host& host_;
     std::string hostName_;
     std::size_t queuedPieces_;
-    std::size_t pieceSize_;
+    std::shared_ptr<PiecePool> pieces_;
     // Declared last, so that its threads end before anything they use goes.
     OperationThreads threads_{maxProducers};
 };

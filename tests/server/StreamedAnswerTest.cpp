@@ -3,6 +3,7 @@
 // host's test providers (one of the classes of the enumeration served by a library that is not
 // there, so that the operation fails after its first answers).
 #include "server/AnswerStream.h"
+#include "server/PiecePool.h"
 #include "server/ResultQueue.h"
 #include "server/WbemOperations.h"
 
@@ -18,6 +19,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -28,6 +31,7 @@ using diaghost::Host;
 using diagserver::AnswerStream;
 using diagserver::CimRequest;
 using diagserver::CimXmlWriter;
+using diagserver::MarkupPiece;
 using diagserver::ResultQueue;
 using diagserver::WbemOperations;
 
@@ -72,11 +76,16 @@ protected:
         };
     }
 
+    // A piece's markup, or that there was none.
+    static std::string text(const std::optional<MarkupPiece>& piece) {
+        return piece ? std::string(piece->view()) : "(no piece)";
+    }
+
     // Everything the writer's side takes until the end.
     static std::string drain(ResultQueue& queue) {
         std::string all;
-        while (const std::string* piece = queue.next())
-            all += *piece;
+        while (std::optional<MarkupPiece> piece = queue.next())
+            all += piece->view();
         return all;
     }
 };
@@ -97,9 +106,7 @@ TEST_F(ResultQueueTest, TheOperationWaitsWhileThePiecesAreNotTakenAndTheyComeInO
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(2, handed.load()); // the third waits for room
     for (int i = 0; i < 5; ++i) {
-        const std::string* piece = queue.next();
-        ASSERT_TRUE(piece);
-        EXPECT_EQ("p" + std::to_string(i) + ";", *piece);
+        EXPECT_EQ("p" + std::to_string(i) + ";", text(queue.next()));
     }
     EXPECT_FALSE(queue.next());
     EXPECT_TRUE(queue.status().ok());
@@ -126,10 +133,10 @@ TEST_F(ResultQueueTest, AWaitingWriterGetsWhatIsWrittenBeforeAPieceIsWhole) {
     });
     std::string seen;
     while (seen != "first;second;")
-        seen += *queue.next();
+        seen += text(queue.next());
     step = 1;
     // Far from a whole piece, and the operation has not finished.
-    EXPECT_EQ("third;", *queue.next());
+    EXPECT_EQ("third;", text(queue.next()));
     step = 2;
     EXPECT_FALSE(queue.next());
     operation.join();
@@ -141,17 +148,43 @@ TEST_F(ResultQueueTest, AWriterThatMayNotWaitTakesOnlyWhatIsReady) {
     // Nobody has taken anything yet: the first object is handed on at once.
     queue.path(path("first"));
     ASSERT_TRUE(queue.waitForFirst());
-    EXPECT_EQ("first;", *queue.next(ResultQueue::Wait::No));
+    EXPECT_EQ("first;", text(queue.next(ResultQueue::Wait::No)));
     // Written, but far from a whole piece.
     queue.path(path("second"));
     EXPECT_FALSE(queue.next(ResultQueue::Wait::No));
     EXPECT_FALSE(queue.drained());
-    const std::string* partial = queue.next(ResultQueue::Wait::Briefly);
-    ASSERT_TRUE(partial);
-    EXPECT_EQ("second;", *partial);
+    EXPECT_EQ("second;", text(queue.next(ResultQueue::Wait::Briefly)));
     queue.finish(diaghost::OperationStatus::make(CMPI_RC_OK));
     EXPECT_FALSE(queue.next(ResultQueue::Wait::No));
     EXPECT_TRUE(queue.drained());
+}
+
+TEST_F(ResultQueueTest, APieceIsTheMemoryItWasWrittenInAndItsMemoryIsWrittenInAgain) {
+    diaghost::CallScope scope(host.broker());
+    auto pool = std::make_shared<diagserver::PiecePool>(1, 4);
+    {
+        ResultQueue queue(names(), 4, 1, pool);
+        queue.path(path("first"));
+        std::optional<MarkupPiece> first = queue.next(ResultQueue::Wait::No);
+        ASSERT_TRUE(first);
+        EXPECT_EQ("first;", first->view());
+        const char* memory = first->data.get();
+        pool->give(std::move(*first));
+        // The writer went on in memory of the pool's; once that is handed over too, it writes in
+        // what was given back.
+        queue.path(path("second"));
+        queue.path(path("third"));
+        EXPECT_EQ("second;", text(queue.next(ResultQueue::Wait::No)));
+        std::optional<MarkupPiece> third = queue.next(ResultQueue::Wait::No);
+        ASSERT_TRUE(third);
+        EXPECT_EQ("third;", third->view());
+        EXPECT_EQ(memory, third->data.get());
+        queue.finish(diaghost::OperationStatus::make(CMPI_RC_OK));
+        EXPECT_FALSE(queue.next());
+        EXPECT_EQ(0u, pool->spare());
+    }
+    // The memory the writer held goes back with the queue.
+    EXPECT_EQ(1u, pool->spare());
 }
 
 TEST_F(ResultQueueTest, CancellingDropsWhatIsHeldAndRefusesTheRest) {
