@@ -7,6 +7,13 @@
 
 namespace diagserver {
 
+namespace {
+
+// Markup up to this size is a short answer's, or the head of a long one.
+constexpr std::size_t smallMarkup = std::size_t{16} << 10;
+
+} // namespace
+
 AnswerStream::AnswerStream(Producer produce, std::size_t pieceSize, std::shared_ptr<PiecePool> pool)
     : produce_(std::move(produce)), pieceSize_(pieceSize), pool_(std::move(pool)),
       writer_([this](std::string_view markup) { append(markup); }, pieceSize,
@@ -20,8 +27,15 @@ AnswerStream::~AnswerStream() {
 void AnswerStream::append(std::string_view markup) {
     if (markup.empty())
         return;
-    if (pieces_.empty() || pieces_.back().room() < markup.size())
-        pieces_.push_back(MarkupPiece(std::max(markup.size(), pieceSize_)));
+    if (pieces_.empty() || pieces_.back().room() < markup.size()) {
+        // A short answer's markup gets memory of about its size, from the C library's free
+        // lists; a long one's, the pool's pieces, which the library would otherwise give back to
+        // the system between answers and fault in again.
+        const bool large = markup.size() >= smallMarkup;
+        pieces_.push_back(pool_ && large && markup.size() <= pool_->pieceSize()
+                              ? pool_->take()
+                              : MarkupPiece(std::max(markup.size(), smallMarkup)));
+    }
     MarkupPiece& last = pieces_.back();
     std::memcpy(last.data.get() + last.size, markup.data(), markup.size());
     last.size += markup.size();
