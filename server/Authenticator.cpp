@@ -14,6 +14,11 @@ Authenticator::Verdict Authenticator::check(const std::string& user, const std::
     return check(user, password, why);
 }
 
+Authenticator::Verdict Authenticator::check(const std::string& user, const std::string& password,
+                                            const std::string&, std::string& why) {
+    return check(user, password, why);
+}
+
 bool Authenticator::verify(const std::string& user, const std::string& password) {
     return check(user, password) == Verdict::Accepted;
 }

@@ -42,6 +42,11 @@ public:
     // nothing); it never holds the password. Thread-safe.
     virtual Verdict check(const std::string& user, const std::string& password,
                           std::string& why) = 0;
+    // The same for a client at `remoteHost` (its address; empty when not known), which a way of
+    // checking may weigh; what it remembers then holds for that client only. The address is
+    // ignored by default.
+    virtual Verdict check(const std::string& user, const std::string& password,
+                          const std::string& remoteHost, std::string& why);
     Verdict check(const std::string& user, const std::string& password);
     // check() == Accepted.
     bool verify(const std::string& user, const std::string& password);

@@ -108,6 +108,12 @@ PamAuthenticator::PamAuthenticator(std::string service, Options options)
 
 PamAuthenticator::Verdict PamAuthenticator::check(const std::string& user,
                                                   const std::string& password, std::string& why) {
+    return check(user, password, std::string(), why);
+}
+
+PamAuthenticator::Verdict PamAuthenticator::check(const std::string& user,
+                                                  const std::string& password,
+                                                  const std::string& remoteHost, std::string& why) {
     try {
         why.clear();
         // Past a NUL or a control character PAM would see other credentials than were given.
@@ -119,9 +125,15 @@ PamAuthenticator::Verdict PamAuthenticator::check(const std::string& user,
             why = "the password is empty or holds a NUL";
             return Verdict::Refused;
         }
-        // PAM has no generation to tell: successes live their lifetime.
-        return rememberedOrVerified(user, password, 0, true,
-                                    [&] { return transaction(user, password, why); });
+        if (controlIn(remoteHost)) {
+            why = "the client's address holds a control character";
+            return Verdict::Refused;
+        }
+        // PAM has no generation to tell: successes live their lifetime. A module may decide by
+        // the client's address, so a success is remembered for that client only (a user name
+        // holds no control character, so the line break keeps the two apart).
+        return rememberedOrVerified(user + '\n' + remoteHost, password, 0, true,
+                                    [&] { return transaction(user, password, remoteHost, why); });
     } catch (const std::exception& e) {
         why = e.what();
     } catch (...) {
@@ -141,7 +153,7 @@ bool PamAuthenticator::configured() const {
 }
 
 bool PamAuthenticator::transaction(const std::string& user, const std::string& password,
-                                   std::string& why) const {
+                                   const std::string& remoteHost, std::string& why) const {
     // Linux-PAM's pam_start keeps a little memory for good when it finds no configuration for the
     // service, which a client could repeat at will: such a service is refused before PAM is asked.
     if (!configured()) {
@@ -163,6 +175,8 @@ bool PamAuthenticator::transaction(const std::string& user, const std::string& p
         step = "pam_set_item";
         rc = pam_set_item(handle, PAM_FAIL_DELAY, reinterpret_cast<const void*>(&noDelay));
     }
+    if (rc == PAM_SUCCESS && !remoteHost.empty())
+        rc = pam_set_item(handle, PAM_RHOST, remoteHost.c_str());
     if (rc == PAM_SUCCESS) {
         step = "pam_authenticate";
         rc = pam_authenticate(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);

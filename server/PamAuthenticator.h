@@ -3,9 +3,10 @@
 // name when echoed) and then its account checked, and both must succeed. One transaction runs at a
 // time in the whole process, whatever the limits allow (the audit library PAM logs each step
 // through keeps process-wide state, as some modules do), and a module's delay after a failure is
-// not slept through on a server thread, as the bounds on verifications already throttle guessing. A
-// success is remembered for the cache's lifetime, so a password changed or an account closed
-// meanwhile lets in until then. Bad input is refused, never thrown at.
+// not slept through on a server thread, as the bounds on verifications already throttle guessing.
+// The client's address, when given, is the modules' PAM_RHOST. A success is remembered for the
+// cache's lifetime and that client, so a password changed or an account closed meanwhile lets in
+// until then. Bad input is refused, never thrown at.
 #ifndef DIAGSERVER_PAMAUTHENTICATOR_H
 #define DIAGSERVER_PAMAUTHENTICATOR_H
 
@@ -41,6 +42,8 @@ public:
     // password and accept its account. A refusal's why names the step that failed and PAM's
     // reason, or the fault of the input (an empty user name, a NUL in the password).
     Verdict check(const std::string& user, const std::string& password, std::string& why) override;
+    Verdict check(const std::string& user, const std::string& password,
+                  const std::string& remoteHost, std::string& why) override;
 
     const std::string& service() const { return service_; }
 
@@ -49,7 +52,8 @@ private:
     // Whether a file configures the service (its own, or "other" to fall back to).
     bool configured() const;
     // One PAM transaction, from pam_start to pam_end; false with why set when a step fails.
-    bool transaction(const std::string& user, const std::string& password, std::string& why) const;
+    bool transaction(const std::string& user, const std::string& password,
+                     const std::string& remoteHost, std::string& why) const;
 
     std::string service_;
     std::string configDir_;

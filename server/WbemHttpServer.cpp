@@ -466,7 +466,8 @@ struct WbemHttpServer::Impl {
         try {
             if (password) {
                 given = password;
-                verdict = authenticator->check(user, given, why);
+                const std::string client = clientOf(connection);
+                verdict = authenticator->check(user, given, client == "-" ? "" : client, why);
             }
         } catch (...) {
             verdict = Authenticator::Verdict::Refused;

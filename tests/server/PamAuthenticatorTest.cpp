@@ -1,6 +1,7 @@
 // Basic credentials checked by PAM, with services of the test's own in a temporary folder: a
-// pam_exec script stands in for the password database (it knows alice and held, counts its runs,
-// and keeps held waiting until told), so that the tests need neither root nor real accounts.
+// pam_exec script stands in for the password database (it knows alice and held, refuses the
+// client 192.0.2.66, counts its runs, and keeps held waiting until told), so that the tests need
+// neither root nor real accounts.
 // Then the same through the WBEM server: what a client gets for good and for wrong credentials.
 #include "server/PamAuthenticator.h"
 #include "server/WbemHttpServer.h"
@@ -63,13 +64,14 @@ public:
         const std::string script = (dir_ / "check.sh").string();
         // pam_exec hands the password on stdin, ended by a NUL or by the end of the input.
         std::ofstream(script) << "#!/bin/bash\n"
-                              << "echo \"$PAM_USER\" >>'" << path("runs") << "'\n"
+                              << "echo \"$PAM_USER ${PAM_RHOST:--}\" >>'" << path("runs") << "'\n"
                               << "if [ \"$PAM_USER\" = held ]; then\n"
                               << "  : >'" << path("inside") << "'\n"
                               << "  for _ in $(seq 3000); do [ -e '" << path("open")
                               << "' ] && break; sleep 0.01; done\n"
                               << "fi\n"
                               << "IFS= read -r -d '' password\n"
+                              << "[ \"$PAM_RHOST\" = 192.0.2.66 ] && exit 1\n"
                               << "case \"$PAM_USER:$password\" in\n"
                               << "  'alice:correct horse:battery' | 'held:held pass') exit 0 ;;\n"
                               << "esac\n"
@@ -96,6 +98,14 @@ public:
         for (std::string line; std::getline(in, line);)
             ++n;
         return n;
+    }
+    // The user and the client's address (or "-") of the script's last run.
+    std::string lastRun() const {
+        std::ifstream in(path("runs"));
+        std::string last;
+        for (std::string line; std::getline(in, line);)
+            last = line;
+        return last;
     }
     // Until the script holding "held" is inside.
     void waitUntilHeld() const {
@@ -197,6 +207,23 @@ TEST_F(PamAuthenticatorTest, ASuccessIsRememberedAndAFailureNever) {
         EXPECT_FALSE(pam.verify("alice", "wrong"));
     EXPECT_EQ(services_.runs(), 4u) << "a wrong password was not verified every time";
     EXPECT_FALSE(pam.verify("bob", "correct horse:battery")) << "alice's password let bob in";
+}
+
+TEST_F(PamAuthenticatorTest, TheModulesSeeTheClientsAddressAndASuccessHoldsForThatClientOnly) {
+    SKIP_WITHOUT_PAM_MODULES();
+    PamAuthenticator pam("check", options());
+    std::string why;
+    EXPECT_EQ(Verdict::Accepted, pam.check("alice", "correct horse:battery", "192.0.2.7", why));
+    EXPECT_EQ("alice 192.0.2.7", services_.lastRun());
+    EXPECT_EQ(Verdict::Accepted, pam.check("alice", "correct horse:battery", "192.0.2.7", why));
+    EXPECT_EQ(1u, services_.runs());
+    // A client the modules refuse is asked about, not let in on another client's success.
+    EXPECT_EQ(Verdict::Refused, pam.check("alice", "correct horse:battery", "192.0.2.66", why));
+    EXPECT_EQ(2u, services_.runs());
+    EXPECT_TRUE(pam.verify("alice", "correct horse:battery"));
+    EXPECT_EQ("alice -", services_.lastRun());
+    EXPECT_EQ(Verdict::Refused, pam.check("alice", "correct horse:battery", "192.0.2.7\n", why));
+    EXPECT_EQ(3u, services_.runs());
 }
 
 TEST_F(PamAuthenticatorTest, AModulesDelayAfterAFailureIsNotSleptThrough) {
@@ -311,6 +338,8 @@ TEST_F(PamServingTest, GoodCredentialsAreServedAndWrongOnesGet401) {
               std::string::npos)
         << log_.str();
     EXPECT_EQ(log_.str().find("correct horse"), std::string::npos) << "a password is logged";
+    EXPECT_EQ(services_.lastRun().rfind(" 127.0.0.1"), services_.lastRun().size() - 10)
+        << "the modules were not told the client's address: " << services_.lastRun();
 }
 
 TEST_F(PamServingTest, PasswordChecksThatTakeLongHoldUpNoOtherClient) {
