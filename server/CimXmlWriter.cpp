@@ -486,7 +486,9 @@ void CimXmlWriter::scalarValue(CMPIType type, const CMPIValue& v) {
     case CMPI_instance: {
         // An embedded instance travels as the escaped text of its own INSTANCE element.
         std::string inner;
-        CimXmlWriter nested([&inner](std::string_view part) { inner.append(part); });
+        // An embedded instance is short: a small buffer, not an answer's.
+        CimXmlWriter nested([&inner](std::string_view part) { inner.append(part); },
+                            std::size_t{4} << 10);
         nested.instance(v.inst, nullptr);
         nested.flush();
         text(inner);
