@@ -27,10 +27,8 @@ std::optional<diaghost::OperationStatus> failureOf(Write&& write) noexcept {
 
 } // namespace
 
-ResultQueue::ResultQueue(WriteItem write, std::size_t capacity, std::size_t pieceSize,
-                         std::shared_ptr<PiecePool> pool)
-    : write_(std::move(write)), capacity_(capacity > 0 ? capacity : 1),
-      pool_(pool ? std::move(pool) : std::make_shared<PiecePool>(pieceSize, capacity_ + 2)),
+ResultQueue::ResultQueue(WriteItem write, std::size_t capacity, std::shared_ptr<PiecePool> pool)
+    : write_(std::move(write)), capacity_(capacity > 0 ? capacity : 1), pool_(std::move(pool)),
       writer_([this](MarkupPiece& piece) { push(piece); }, pool_->take(), pool_->pieceSize()) {}
 
 ResultQueue::~ResultQueue() {

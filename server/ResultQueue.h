@@ -2,7 +2,7 @@
 // to the thread writing the response. Each instance or path is written as CIM-XML on the
 // provider's thread while its return call lasts, as an object manager serialises what it is
 // handed, so that nothing returned is copied or kept; the writing thread takes the markup in
-// pieces of about `pieceSize` bytes, each the very memory it was written in. The provider's
+// pieces of about the pool's piece size, each the very memory it was written in. The provider's
 // thread waits while `capacity` pieces wait to be taken, so however long the answer, a few
 // pieces are held at most. A writer kept waiting is
 // given what is written so far without waiting for a whole piece, so that a slow operation's
@@ -37,11 +37,8 @@ public:
     using WriteItem = std::function<void(CimXmlWriter& out, const CMPIInstance* instance,
                                          const CMPIObjectPath* path)>;
 
-    // The pieces' memory comes from `pool`, whose piece size then counts (one of the queue's own
-    // when none is given), and should go back there once sent.
-    ResultQueue(WriteItem write, std::size_t capacity,
-                std::size_t pieceSize = std::size_t{64} << 10,
-                std::shared_ptr<PiecePool> pool = nullptr);
+    // The pieces and their memory come from `pool`, and should go back there once sent.
+    ResultQueue(WriteItem write, std::size_t capacity, std::shared_ptr<PiecePool> pool);
     ~ResultQueue() override;
     ResultQueue(const ResultQueue&) = delete;
     ResultQueue& operator=(const ResultQueue&) = delete;

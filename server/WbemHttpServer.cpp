@@ -219,12 +219,13 @@ std::string trimmedNamespace(std::string ns) {
     return ns;
 }
 
-std::string clientOf(MHD_Connection* connection) {
+// The client's address; empty when it is not known.
+std::string addressOf(MHD_Connection* connection) {
     const MHD_ConnectionInfo* info =
         MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
     if (!info || !info->client_addr)
-        return "-";
-    char text[INET6_ADDRSTRLEN] = "-";
+        return {};
+    char text[INET6_ADDRSTRLEN] = "";
     const sockaddr* a = info->client_addr;
     if (a->sa_family == AF_INET)
         inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(a)->sin_addr, text, sizeof text);
@@ -232,6 +233,12 @@ std::string clientOf(MHD_Connection* connection) {
         inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6*>(a)->sin6_addr, text,
                   sizeof text);
     return text;
+}
+
+// The client as the access log names it.
+std::string clientOf(MHD_Connection* connection) {
+    std::string address = addressOf(connection);
+    return address.empty() ? "-" : address;
 }
 
 // The class a request is about, for the access log.
@@ -466,8 +473,7 @@ struct WbemHttpServer::Impl {
         try {
             if (password) {
                 given = password;
-                const std::string client = clientOf(connection);
-                verdict = authenticator->check(user, given, client == "-" ? "" : client, why);
+                verdict = authenticator->check(user, given, addressOf(connection), why);
             }
         } catch (...) {
             verdict = Authenticator::Verdict::Refused;

@@ -314,7 +314,7 @@ WbemOperations::Outcome WbemOperations::items(Reply& reply, Reply::Items kind, O
             diaghost::CallScope scope(broker);
             answering.writeItem(out, kind, instance, path);
         },
-        queuedPieces_, pieces_->pieceSize(), pieces_);
+        queuedPieces_, pieces_);
     reply.producer_ = threads_.run([queue, operation] {
         // The queue is finished whatever happens, even short of memory: the reply waits for it.
         diaghost::OperationStatus status;

@@ -68,6 +68,11 @@ protected:
     }
 
     // Writes each path as its key's value and a semicolon.
+    // Memory for a queue's pieces of `size` bytes (1: a piece per object).
+    static std::shared_ptr<diagserver::PiecePool> pieces(std::size_t size = std::size_t{64} << 10) {
+        return std::make_shared<diagserver::PiecePool>(size, 4);
+    }
+
     static ResultQueue::WriteItem names() {
         return [](CimXmlWriter& out, const CMPIInstance*, const CMPIObjectPath* p) {
             CMPIData key = p->ft->getKey(p, "Name", nullptr);
@@ -92,7 +97,7 @@ protected:
 
 TEST_F(ResultQueueTest, TheOperationWaitsWhileThePiecesAreNotTakenAndTheyComeInOrder) {
     // A piece per object, two held at most.
-    ResultQueue queue(names(), 2, 1);
+    ResultQueue queue(names(), 2, pieces(1));
     std::atomic<int> handed{0};
     std::thread operation([&] {
         diaghost::CallScope threadScope(host.broker());
@@ -115,7 +120,7 @@ TEST_F(ResultQueueTest, TheOperationWaitsWhileThePiecesAreNotTakenAndTheyComeInO
 }
 
 TEST_F(ResultQueueTest, AWaitingWriterGetsWhatIsWrittenBeforeAPieceIsWhole) {
-    ResultQueue queue(names(), 4);
+    ResultQueue queue(names(), 4, pieces());
     std::atomic<int> step{0};
     auto waitFor = [&](int s) {
         while (step < s)
@@ -144,7 +149,7 @@ TEST_F(ResultQueueTest, AWaitingWriterGetsWhatIsWrittenBeforeAPieceIsWhole) {
 
 TEST_F(ResultQueueTest, AWriterThatMayNotWaitTakesOnlyWhatIsReady) {
     diaghost::CallScope scope(host.broker());
-    ResultQueue queue(names(), 4);
+    ResultQueue queue(names(), 4, pieces());
     // Nobody has taken anything yet: the first object is handed on at once.
     queue.path(path("first"));
     ASSERT_TRUE(queue.waitForFirst());
@@ -163,7 +168,7 @@ TEST_F(ResultQueueTest, APieceIsTheMemoryItWasWrittenInAndItsMemoryIsWrittenInAg
     diaghost::CallScope scope(host.broker());
     auto pool = std::make_shared<diagserver::PiecePool>(1, 4);
     {
-        ResultQueue queue(names(), 4, 1, pool);
+        ResultQueue queue(names(), 4, pool);
         queue.path(path("first"));
         std::optional<MarkupPiece> first = queue.next(ResultQueue::Wait::No);
         ASSERT_TRUE(first);
@@ -189,7 +194,7 @@ TEST_F(ResultQueueTest, APieceIsTheMemoryItWasWrittenInAndItsMemoryIsWrittenInAg
 
 TEST_F(ResultQueueTest, CancellingDropsWhatIsHeldAndRefusesTheRest) {
     diaghost::CallScope scope(host.broker());
-    ResultQueue queue(names(), 1, 1);
+    ResultQueue queue(names(), 1, pieces(1));
     std::atomic<bool> refused{false};
     std::thread operation([&] {
         diaghost::CallScope threadScope(host.broker());
@@ -217,7 +222,7 @@ TEST_F(ResultQueueTest, AnObjectThatCannotBeWrittenEndsTheOperationWithThatFailu
                 throw std::runtime_error("no room");
             out.raw(name);
         },
-        4, 1);
+        4, pieces(1));
     EXPECT_TRUE(queue.path(path("good")));
     EXPECT_FALSE(queue.path(path("bad")));
     EXPECT_FALSE(queue.path(path("after")));
@@ -228,7 +233,7 @@ TEST_F(ResultQueueTest, AnObjectThatCannotBeWrittenEndsTheOperationWithThatFailu
 }
 
 TEST_F(ResultQueueTest, AnOperationEndingWithoutObjectsIsSeenAtOnce) {
-    ResultQueue queue(names(), 4);
+    ResultQueue queue(names(), 4, pieces());
     queue.finish(diaghost::OperationStatus::make(CMPI_RC_ERR_NOT_FOUND, "none"));
     EXPECT_FALSE(queue.waitForFirst());
     EXPECT_TRUE(queue.failed());
