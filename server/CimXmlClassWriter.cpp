@@ -63,17 +63,19 @@ void CimXmlClassWriter::cimClass(CimXmlWriter& out, const diaghost::CimClass& cl
     out.raw(">");
     if (parts.qualifiers)
         qualifiers(out, cls.qualifiers, classes, ns);
-    auto origin = [&](const std::string& originClass) {
-        if (parts.classOrigin && !originClass.empty())
-            out.attribute("CLASSORIGIN", originClass);
-        if (!originClass.empty() && !diaghost::sameName(originClass, cls.name))
+    // A member is the class's own when the class declares it, overriding or not; an inherited
+    // one is propagated, and its origin is the most derived class declaring it.
+    auto inherited = [&](const std::string& declaredIn) {
+        return !declaredIn.empty() && !diaghost::sameName(declaredIn, cls.name);
+    };
+    auto origin = [&](const std::string& declaredIn) {
+        if (parts.classOrigin && !declaredIn.empty())
+            out.attribute("CLASSORIGIN", declaredIn);
+        if (inherited(declaredIn))
             out.raw(" PROPAGATED=\"true\"");
     };
-    auto inherited = [&](const std::string& originClass) {
-        return !originClass.empty() && !diaghost::sameName(originClass, cls.name);
-    };
     for (const diaghost::CimProperty& p : cls.properties) {
-        if ((parts.localOnly && inherited(p.originClass)) ||
+        if ((parts.localOnly && inherited(p.declaredIn)) ||
             !CimXmlWriter::listed(parts.properties, p.name))
             continue;
         const bool array = (p.type & CMPI_ARRAY) != 0;
@@ -89,7 +91,7 @@ void CimXmlClassWriter::cimClass(CimXmlWriter& out, const diaghost::CimClass& cl
         } else {
             out.attribute("TYPE", CimXmlWriter::typeName(p.type));
         }
-        origin(p.originClass);
+        origin(p.declaredIn);
         out.raw(">");
         if (parts.qualifiers)
             qualifiers(out, p.qualifiers, classes, ns);
@@ -108,13 +110,13 @@ void CimXmlClassWriter::cimClass(CimXmlWriter& out, const diaghost::CimClass& cl
         out.closeTag(tag);
     }
     for (const diaghost::CimMethod& m : cls.methods) {
-        if (parts.localOnly && inherited(m.originClass))
+        if (parts.localOnly && inherited(m.declaredIn))
             continue;
         out.raw("<METHOD");
         out.attribute("NAME", m.name);
         if (!CimXmlWriter::typeName(m.returnType).empty())
             out.attribute("TYPE", CimXmlWriter::typeName(m.returnType));
-        origin(m.originClass);
+        origin(m.declaredIn);
         out.raw(">");
         if (parts.qualifiers)
             qualifiers(out, m.qualifiers, classes, ns);

@@ -12,6 +12,7 @@
 
 #include <cmpift.h>
 
+#include <algorithm>
 #include <exception>
 #include <optional>
 
@@ -212,6 +213,53 @@ unsigned WbemOperations::answer(const CimRequest& request, CimXmlWriter& out) {
 
 namespace {
 
+// The parameters each intrinsic operation served here takes; null for any other operation.
+const std::vector<std::string_view>* parametersOf(std::string_view op) {
+    static const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> known = {
+        {"GetClass",
+         {"ClassName", "LocalOnly", "IncludeQualifiers", "IncludeClassOrigin", "PropertyList"}},
+        {"EnumerateClasses",
+         {"ClassName", "DeepInheritance", "LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"}},
+        {"EnumerateClassNames", {"ClassName", "DeepInheritance"}},
+        {"GetInstance",
+         {"InstanceName", "LocalOnly", "IncludeQualifiers", "IncludeClassOrigin", "PropertyList"}},
+        {"EnumerateInstances",
+         {"ClassName", "LocalOnly", "DeepInheritance", "IncludeQualifiers", "IncludeClassOrigin",
+          "PropertyList"}},
+        {"EnumerateInstanceNames", {"ClassName"}},
+        {"Associators",
+         {"ObjectName", "AssocClass", "ResultClass", "Role", "ResultRole", "IncludeQualifiers",
+          "IncludeClassOrigin", "PropertyList"}},
+        {"AssociatorNames", {"ObjectName", "AssocClass", "ResultClass", "Role", "ResultRole"}},
+        {"References",
+         {"ObjectName", "ResultClass", "Role", "IncludeQualifiers", "IncludeClassOrigin",
+          "PropertyList"}},
+        {"ReferenceNames", {"ObjectName", "ResultClass", "Role"}},
+        {"GetQualifier", {"QualifierName"}},
+    };
+    for (const auto& [name, parameters] : known)
+        if (sameName(name, op))
+            return &parameters;
+    return nullptr;
+}
+
+// Refuses a parameter the operation does not take, or one sent twice: either would otherwise
+// be answered as if the client had asked for something else.
+void checkParameters(const CimRequest& request) {
+    const std::vector<std::string_view>* taken = parametersOf(request.method);
+    if (!taken)
+        return;
+    for (std::size_t i = 0; i < request.params.size(); ++i) {
+        const std::string& given = request.params[i].first;
+        if (std::none_of(taken->begin(), taken->end(),
+                         [&](std::string_view name) { return sameName(name, given); }))
+            throw Refusal{cimInvalidParameter, request.method + " has no parameter " + given};
+        for (std::size_t j = 0; j < i; ++j)
+            if (sameName(request.params[j].first, given))
+                throw Refusal{cimInvalidParameter, "parameter " + given + " is given twice"};
+    }
+}
+
 // The checks every operation on a class makes first.
 const diaghost::CimClass& knownClass(const ClassRepository& classes, const std::string& ns,
                                      const std::string& className) {
@@ -353,6 +401,7 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
     auto failed = [](const OperationResult& result) {
         return Outcome{static_cast<unsigned>(result.status.rc), result.status.message};
     };
+    checkParameters(request);
 
     if (sameName(op, "EnumerateInstances") || sameName(op, "EnumerateInstanceNames")) {
         const std::string className = name(request, "ClassName");
@@ -497,6 +546,8 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
         if (classes.classCount(ns) == 0)
             throw Refusal{cimInvalidNamespace, "namespace " + ns + " is not known"};
         const std::string qualifier = name(request, "QualifierName");
+        if (qualifier.empty())
+            throw Refusal{cimInvalidParameter, "no qualifier name given"};
         const diaghost::CimQualifierDecl* decl = classes.findQualifier(ns, qualifier);
         if (!decl)
             return Outcome{cimNotFound, "qualifier " + qualifier + " is not declared in " + ns};

@@ -38,6 +38,8 @@ struct CimProperty {
     std::string refClass;    // the class a REF property points to; empty otherwise
     bool key = false;        // carries the Key qualifier
     std::string originClass; // the class that declared it first
+    // The most derived class that declared it: originClass, or the last class overriding it.
+    std::string declaredIn;
     bool hasDefault = false; // a MOF initializer was given
     std::string defaultText; // that initializer as MOF value text (arrays joined by ",")
     // The initializer as parsed, its kind that of the declared type, every array element on its
@@ -60,6 +62,7 @@ struct CimMethod {
     CimTypeCode returnType = 0;
     std::vector<CimParameter> parameters;
     std::string originClass;
+    std::string declaredIn; // as for properties
     CimQualifiers qualifiers;
 };
 

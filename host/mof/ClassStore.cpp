@@ -220,11 +220,13 @@ CimClass ClassStore::resolve(const Namespace& space, const CimClass& declared) c
             checkOverride(own.qualifiers, own.name);
             CimProperty p = own;
             p.originClass = declared.name;
+            p.declaredIn = declared.name;
             p.key = isTrue(p.qualifiers, "key");
             out.properties.push_back(std::move(p));
             continue;
         }
         it->name = own.name;
+        it->declaredIn = declared.name;
         it->type = own.type;
         it->refClass = own.refClass;
         if (own.hasDefault) {
@@ -244,10 +246,12 @@ CimClass ClassStore::resolve(const Namespace& space, const CimClass& declared) c
             checkOverride(own.qualifiers, own.name + "()");
             CimMethod m = own;
             m.originClass = declared.name;
+            m.declaredIn = declared.name;
             out.methods.push_back(std::move(m));
             continue;
         }
         it->name = own.name;
+        it->declaredIn = declared.name;
         it->returnType = own.returnType;
         it->parameters = own.parameters;
         merge(space, it->qualifiers, own.qualifiers);
@@ -377,6 +381,9 @@ void ClassStore::addResolvedClass(const std::string& ns, CimClass cls) {
         if (p.originClass.empty()) {
             p.originClass = cls.name;
         }
+        if (p.declaredIn.empty()) {
+            p.declaredIn = p.originClass;
+        }
         if (p.hasDefault && p.defaultValue.kind == MofValue::Kind::Null && !p.defaultValue.array) {
             p.defaultValue = defaultFromText(p);
         }
@@ -384,6 +391,9 @@ void ClassStore::addResolvedClass(const std::string& ns, CimClass cls) {
     for (CimMethod& m : cls.methods) {
         if (m.originClass.empty()) {
             m.originClass = cls.name;
+        }
+        if (m.declaredIn.empty()) {
+            m.declaredIn = m.originClass;
         }
     }
     cls.sfcbKeyOrder = keysInPropertyOrder(cls);

@@ -410,4 +410,58 @@ TEST_F(WbemOperationsTest, ClassesAnswerFromTheRepository) {
         << out;
 }
 
+TEST_F(WbemOperationsTest, AClassAnswersTheMembersItOverridesAsItsOwn) {
+    // CIM_ConcreteJob overrides the InstanceID key and Name it inherits: they are among the
+    // members of the class alone, not propagated, and their origin is the class itself.
+    CimRequest local = intrinsic("GetClass");
+    add(local, "ClassName", Kind::ClassName, "CIM_ConcreteJob");
+    std::string out = answer(local);
+    EXPECT_NE(std::string::npos, out.find("<PROPERTY NAME=\"InstanceID\" TYPE=\"string\">")) << out;
+    EXPECT_NE(std::string::npos, out.find("<PROPERTY NAME=\"Name\" TYPE=\"string\">"));
+    EXPECT_EQ(std::string::npos, out.find("NAME=\"Caption\""));
+
+    CimRequest whole = intrinsic("GetClass");
+    add(whole, "ClassName", Kind::ClassName, "CIM_ConcreteJob");
+    add(whole, "LocalOnly", Kind::Text, "false");
+    add(whole, "IncludeClassOrigin", Kind::Text, "true");
+    out = answer(whole);
+    EXPECT_NE(std::string::npos, out.find("<PROPERTY NAME=\"InstanceID\" TYPE=\"string\" "
+                                          "CLASSORIGIN=\"CIM_ConcreteJob\">"))
+        << out;
+    EXPECT_NE(std::string::npos,
+              out.find("<PROPERTY NAME=\"Caption\" TYPE=\"string\" "
+                       "CLASSORIGIN=\"CIM_ManagedElement\" PROPAGATED=\"true\">"));
+}
+
+TEST_F(WbemOperationsTest, AParameterTheOperationDoesNotTakeOrTakesOnceIsRefused) {
+    CimRequest unknown = intrinsic("EnumerateInstances");
+    add(unknown, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
+    add(unknown, "Bogus", Kind::Text, "1");
+    unsigned code = 0;
+    answer(unknown, &code);
+    EXPECT_EQ(4u, code);
+
+    CimRequest twice = intrinsic("EnumerateInstanceNames");
+    add(twice, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
+    add(twice, "classname", Kind::ClassName, "CIM_ManagedElement");
+    code = 0;
+    answer(twice, &code);
+    EXPECT_EQ(4u, code);
+
+    CimRequest nameless = intrinsic("GetQualifier");
+    code = 0;
+    answer(nameless, &code);
+    EXPECT_EQ(4u, code);
+
+    // Every parameter an operation does take, in any case, is no reason to refuse it.
+    CimRequest all = intrinsic("EnumerateInstances");
+    add(all, "classNAME", Kind::ClassName, "ZORQ_FSDiagService");
+    for (const char* flag :
+         {"LocalOnly", "DeepInheritance", "IncludeQualifiers", "IncludeClassOrigin"})
+        add(all, flag, Kind::Text, "false");
+    code = 99;
+    answer(all, &code);
+    EXPECT_EQ(0u, code);
+}
+
 } // namespace
