@@ -4,6 +4,7 @@
 #include "host/broker/HostInstance.h"
 #include "host/broker/HostObjectPath.h"
 #include "host/broker/HostString.h"
+#include "host/mof/CimClass.h"
 #include "host/text/CimNames.h"
 #include "host/text/LiteralText.h"
 #include "server/XmlText.h"
@@ -68,12 +69,36 @@ std::string_view numberText(T value, NumberBuffer& buffer) {
     return std::string_view(buffer, static_cast<std::size_t>(result.ptr - buffer));
 }
 
-std::string_view realText(double value, NumberBuffer& buffer) {
+// A real as CIM writes it: the shortest text that reads back as the same number, with a
+// decimal point and a digit after it ("3.0", "1.0e+20"), which a CIM real literal must have.
+template <class Real>
+std::string_view realText(Real value, NumberBuffer& buffer) {
     if (std::isnan(value))
         return "NaN";
     if (std::isinf(value))
         return value < 0 ? "-INF" : "INF";
-    return numberText(value, buffer);
+    const std::string_view shortest = numberText(value, buffer);
+    if (shortest.find('.') != std::string_view::npos)
+        return shortest;
+    const std::size_t point = std::min(shortest.find('e'), shortest.size());
+    std::memmove(buffer + point + 2, buffer + point, shortest.size() - point);
+    buffer[point] = '.';
+    buffer[point + 1] = '0';
+    return std::string_view(buffer, shortest.size() + 2);
+}
+
+// What a string property holds as the class declares it: "instance" for the text of an
+// embedded instance, "object" for an embedded instance or class; empty for plain text.
+std::string_view embeddedKind(const diaghost::CimQualifiers& qualifiers) {
+    auto set = [&](const char* name) {
+        auto it = qualifiers.find(name);
+        return it != qualifiers.end() && !diaghost::sameName(it->second, "false");
+    };
+    if (set("embeddedinstance"))
+        return "instance";
+    if (set("embeddedobject"))
+        return "object";
+    return {};
 }
 
 // What KEYVALUE's VALUETYPE says of a key's type.
@@ -111,9 +136,9 @@ void CimXmlWriter::grow(std::size_t more) {
     capacity_ = wanted;
 }
 
-void CimXmlWriter::escaped(std::string_view text) {
+void CimXmlWriter::escaped(std::string_view text, bool attribute) {
     std::string out;
-    XmlText::appendEscaped(out, text);
+    XmlText::appendEscaped(out, text, attribute);
     raw(out);
 }
 
@@ -278,9 +303,13 @@ void CimXmlWriter::error(unsigned code, std::string_view description) {
 
 void CimXmlWriter::returnValue(const CMPIData& value) {
     raw("<RETURNVALUE");
-    std::string_view type = typeName(value.type);
-    if (!type.empty() && !(value.type & CMPI_ARRAY))
-        attribute("PARAMTYPE", type);
+    if (value.type == CMPI_instance) {
+        raw(" PARAMTYPE=\"string\" EmbeddedObject=\"instance\"");
+    } else {
+        std::string_view type = typeName(value.type);
+        if (!type.empty() && !(value.type & CMPI_ARRAY))
+            attribute("PARAMTYPE", type);
+    }
     put('>');
     valueElement(value);
     closeTag("RETURNVALUE");
@@ -289,11 +318,14 @@ void CimXmlWriter::returnValue(const CMPIData& value) {
 void CimXmlWriter::paramValue(std::string_view name, const CMPIData& value) {
     raw("<PARAMVALUE");
     attribute("NAME", name);
-    std::string_view type = typeName(value.type);
-    if (!type.empty())
-        attribute("PARAMTYPE", type);
-    if ((value.type & ~CMPI_ARRAY) == CMPI_instance)
-        raw(" EmbeddedObject=\"instance\"");
+    // An embedded instance travels as a string that says what it holds.
+    if ((value.type & ~CMPI_ARRAY) == CMPI_instance) {
+        raw(" PARAMTYPE=\"string\" EmbeddedObject=\"instance\"");
+    } else {
+        std::string_view type = typeName(value.type);
+        if (!type.empty())
+            attribute("PARAMTYPE", type);
+    }
     put('>');
     valueElement(value);
     closeTag("PARAMVALUE");
@@ -533,7 +565,8 @@ void CimXmlWriter::valueElement(const CMPIData& data) {
 
 // ---- Instances --------------------------------------------------------------------------------
 
-std::string_view CimXmlWriter::propertyStart(std::string_view name, CMPIType type) {
+std::string_view CimXmlWriter::propertyStart(std::string_view name, CMPIType type,
+                                             std::string_view embedded) {
     const CMPIType element = type & ~CMPI_ARRAY;
     if (type == CMPI_ref) {
         raw("<PROPERTY.REFERENCE");
@@ -546,6 +579,9 @@ std::string_view CimXmlWriter::propertyStart(std::string_view name, CMPIType typ
     attribute("NAME", name);
     if (element == CMPI_instance) {
         raw(" TYPE=\"string\" EmbeddedObject=\"instance\"");
+    } else if (element == CMPI_string && !embedded.empty()) {
+        raw(" TYPE=\"string\"");
+        attribute("EmbeddedObject", embedded);
     } else {
         std::string_view typeText = typeName(element);
         attribute("TYPE", typeText.empty() ? std::string_view("string") : typeText);
@@ -574,7 +610,8 @@ const CimXmlWriter::ClassTags& CimXmlWriter::tagsFor(const diaghost::HostInstanc
             // Rendered once into the buffer and moved out, so that both ways of writing a
             // property write the same start tag.
             const std::size_t mark = size_;
-            property.end = propertyStart(property.name, property.type);
+            property.end = propertyStart(property.name, property.type,
+                                         embeddedKind(inst.cimClass().properties[i].qualifiers));
             property.start.assign(buffer_.get() + mark, size_ - mark);
             size_ = mark;
         }

@@ -101,19 +101,14 @@ public:
     // ---- Building blocks for the writers of other elements (CimXmlClassWriter).
     // Markup as it stands.
     void raw(std::string_view text) { put(text.data(), text.size()); }
-    // Character data or an attribute value, escaped.
-    void text(std::string_view text) {
-        const std::size_t plain = XmlText::plainPrefix(text);
-        put(text.data(), plain);
-        if (plain < text.size())
-            escaped(text.substr(plain));
-    }
-    // ` name="value"` inside an open start tag.
+    // Character data, escaped.
+    void text(std::string_view text) { escapedText(text, false); }
+    // ` name="value"` inside an open start tag, the value escaped.
     void attribute(std::string_view name, std::string_view value) {
         put(' ');
         raw(name);
         raw("=\"");
-        text(value);
+        escapedText(value, true);
         put('"');
     }
     void openTag(std::string_view name) {
@@ -146,7 +141,13 @@ private:
     }
     void grow(std::size_t more);
     // Text from its first byte that is not plain ASCII on.
-    void escaped(std::string_view text);
+    void escapedText(std::string_view text, bool attribute) {
+        const std::size_t plain = XmlText::plainPrefix(text, attribute);
+        put(text.data(), plain);
+        if (plain < text.size())
+            escaped(text.substr(plain), attribute);
+    }
+    void escaped(std::string_view text, bool attribute);
     void localNamespacePath(std::string_view ns);
     // NAMESPACEPATH: the path's own host, else `host`, else "localhost"; and the namespace.
     void namespacePath(std::string_view own, std::string_view host, std::string_view ns);
@@ -155,8 +156,11 @@ private:
     void scalarValue(CMPIType type, const CMPIValue& value);
     void valueElement(const CMPIData& data);
     void property(std::string_view name, const CMPIData& data);
-    // Writes a property's start tag for a value of that type; the matching end tag.
-    std::string_view propertyStart(std::string_view name, CMPIType type);
+    // Writes a property's start tag for a value of that type; the matching end tag. A string
+    // the class declares an embedded instance or object says so with `embedded` ("instance" or
+    // "object").
+    std::string_view propertyStart(std::string_view name, CMPIType type,
+                                   std::string_view embedded = {});
 
     // The start and end tags of each property of one class, for values of its declared type.
     struct PropertyTags {

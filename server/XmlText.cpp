@@ -48,8 +48,17 @@ std::size_t sequenceAt(std::string_view text, std::size_t i) {
     return overlong || excluded ? 0 : length;
 }
 
-const char* entityFor(char c) {
+// The markup characters, and the white space an XML parser would not hand on as it was: a
+// carriage return anywhere (read as a line feed), a tab or line feed in an attribute value (read
+// as a space).
+const char* entityFor(char c, bool attribute) {
     switch (c) {
+    case '\r':
+        return "&#13;";
+    case '\t':
+        return attribute ? "&#9;" : nullptr;
+    case '\n':
+        return attribute ? "&#10;" : nullptr;
     case '&':
         return "&amp;";
     case '<':
@@ -63,25 +72,34 @@ const char* entityFor(char c) {
     }
 }
 
-// Plain bytes: printable ASCII other than the markup characters, and tab, line feed and
-// carriage return.
-constexpr std::array<bool, 256> plainBytes = [] {
+// Plain bytes: printable ASCII other than the markup characters; between tags also tab and line
+// feed.
+constexpr std::array<bool, 256> attributePlain = [] {
     std::array<bool, 256> t{};
     for (int c = 0x20; c < 0x80; ++c)
         t[static_cast<std::size_t>(c)] = c != '&' && c != '<' && c != '>' && c != '"';
-    t['\t'] = t['\n'] = t['\r'] = true;
+    return t;
+}();
+constexpr std::array<bool, 256> contentPlain = [] {
+    std::array<bool, 256> t = attributePlain;
+    t['\t'] = t['\n'] = true;
     return t;
 }();
 
+const std::array<bool, 256>& plainBytes(bool attribute) {
+    return attribute ? attributePlain : contentPlain;
+}
+
 } // namespace
 
-std::size_t XmlText::plainPrefix(std::string_view text) {
+std::size_t XmlText::plainPrefix(std::string_view text, bool attribute) {
+    const std::array<bool, 256>& plain = plainBytes(attribute);
     const std::size_t size = text.size();
     std::size_t i = 0;
 #if defined(__SSE2__)
     // Sixteen bytes at a time: a byte below 0x20 or above 0x7F (both below 0x20 when read as
-    // signed) or a markup character stops the run, unless it is a tab, line feed or carriage
-    // return, after which the search goes on.
+    // signed) or a markup character stops the run, unless it is plain white space, after which
+    // the search goes on.
     const __m128i printable = _mm_set1_epi8(0x20);
     const __m128i amp = _mm_set1_epi8('&');
     const __m128i lt = _mm_set1_epi8('<');
@@ -98,19 +116,19 @@ std::size_t XmlText::plainPrefix(std::string_view text) {
             continue;
         }
         i += static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(stops)));
-        if (!plainBytes[static_cast<unsigned char>(text[i])])
+        if (!plain[static_cast<unsigned char>(text[i])])
             return i;
         ++i;
     }
 #endif
-    while (i < size && plainBytes[static_cast<unsigned char>(text[i])])
+    while (i < size && plain[static_cast<unsigned char>(text[i])])
         ++i;
     return i;
 }
 
-void XmlText::appendEscaped(std::string& out, std::string_view text) {
+void XmlText::appendEscaped(std::string& out, std::string_view text, bool attribute) {
     // Runs of plain ASCII, the bulk of any CIM text, are found by one table look-up a byte.
-    const std::array<bool, 256>& plain = plainBytes;
+    const std::array<bool, 256>& plain = plainBytes(attribute);
     std::size_t from = 0;
     std::size_t i = 0;
     const std::size_t size = text.size();
@@ -119,7 +137,7 @@ void XmlText::appendEscaped(std::string& out, std::string_view text) {
             ++i;
             continue;
         }
-        const char* entity = entityFor(text[i]);
+        const char* entity = entityFor(text[i], attribute);
         const std::size_t length = entity ? 1 : sequenceAt(text, i);
         if (!entity && length > 0) {
             i += length;
