@@ -24,6 +24,19 @@ std::vector<std::string> qualifierElements(const std::string& text, bool array) 
     }
 }
 
+// The flavor attributes where the declared flavors differ from the defaults (overridable,
+// propagated to subclasses, not translatable).
+void flavors(CimXmlWriter& out, const diaghost::CimQualifierDecl& decl) {
+    for (const std::string& flavor : decl.flavor) {
+        if (flavor == "disableoverride")
+            out.raw(" OVERRIDABLE=\"false\"");
+        else if (flavor == "restricted")
+            out.raw(" TOSUBCLASS=\"false\"");
+        else if (flavor == "translatable")
+            out.raw(" TRANSLATABLE=\"true\"");
+    }
+}
+
 void qualifiers(CimXmlWriter& out, const diaghost::CimQualifiers& qualifiers,
                 const diaghost::ClassRepository& classes, std::string_view ns) {
     for (const auto& [lowerName, value] : qualifiers) {
@@ -34,6 +47,8 @@ void qualifiers(CimXmlWriter& out, const diaghost::CimQualifiers& qualifiers,
         out.attribute("NAME", decl ? std::string_view(decl->name) : std::string_view(lowerName));
         out.attribute("TYPE", CimXmlWriter::typeName(type).empty() ? "string"
                                                                    : CimXmlWriter::typeName(type));
+        if (decl)
+            flavors(out, *decl);
         out.raw(">");
         if (array)
             out.openTag("VALUE.ARRAY");
@@ -157,14 +172,7 @@ void CimXmlClassWriter::qualifierDeclaration(CimXmlWriter& out,
                               : CimXmlWriter::typeName(decl.type));
     if (array)
         out.raw(" ISARRAY=\"true\"");
-    for (const std::string& flavor : decl.flavor) {
-        if (flavor == "disableoverride")
-            out.raw(" OVERRIDABLE=\"false\"");
-        else if (flavor == "restricted")
-            out.raw(" TOSUBCLASS=\"false\"");
-        else if (flavor == "translatable")
-            out.raw(" TRANSLATABLE=\"true\"");
-    }
+    flavors(out, decl);
     out.raw(">");
     out.raw("<SCOPE");
     static constexpr std::pair<std::string_view, std::string_view> scopes[] = {

@@ -431,6 +431,9 @@ TEST_F(WbemOperationsTest, AClassAnswersTheMembersItOverridesAsItsOwn) {
     EXPECT_NE(std::string::npos,
               out.find("<PROPERTY NAME=\"Caption\" TYPE=\"string\" "
                        "CLASSORIGIN=\"CIM_ManagedElement\" PROPAGATED=\"true\">"));
+    // A qualifier says the flavors its declaration gives it.
+    EXPECT_NE(std::string::npos,
+              out.find("<QUALIFIER NAME=\"Key\" TYPE=\"boolean\" OVERRIDABLE=\"false\">"));
 }
 
 TEST_F(WbemOperationsTest, AParameterTheOperationDoesNotTakeOrTakesOnceIsRefused) {
