@@ -1,5 +1,6 @@
 #include "server/CimXmlDecoder.h"
 
+#include "host/text/CimNames.h"
 #include "host/text/LiteralText.h"
 
 namespace diagserver {
@@ -37,9 +38,12 @@ std::string localNamespace(const XmlElement& localNamespacePath) {
     for (const auto& part : localNamespacePath.children) {
         if (part->name != "NAMESPACE")
             invalid("LOCALNAMESPACEPATH holds " + part->name);
+        const std::string& name = required(*part, "NAME");
+        if (name.empty())
+            invalid("a NAMESPACE has an empty NAME");
         if (!ns.empty())
             ns += '/';
-        ns += required(*part, "NAME");
+        ns += name;
     }
     if (ns.empty())
         invalid("LOCALNAMESPACEPATH names no namespace");
@@ -103,6 +107,9 @@ ObjectPathText instanceName(const XmlElement& e) {
         } else {
             invalid("KEYBINDING " + key.name + " holds " + value.name);
         }
+        for (const ObjectPathText::Key& earlier : out.keys)
+            if (diaghost::sameName(earlier.name, key.name))
+                invalid("key " + key.name + " is given twice");
         out.keys.push_back(std::move(key));
     }
     return out;
@@ -183,6 +190,8 @@ CimRequest CimXmlDecoder::decode(const XmlElement& root) {
     CimRequest request;
     request.messageId = required(message, "ID");
     const XmlElement& simple = only(message, "SIMPLEREQ");
+    if (message.children.size() != 1)
+        invalid("MESSAGE holds more than its request");
     if (simple.children.empty())
         invalid("SIMPLEREQ holds no call");
     const XmlElement& call = *simple.children.back(); // a CORRELATOR may come first

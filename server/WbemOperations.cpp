@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <exception>
 #include <optional>
+#include <unordered_set>
 
 namespace diagserver {
 
@@ -63,14 +64,34 @@ std::string name(const CimRequest& request, std::string_view parameter) {
     return v->text;
 }
 
-// PropertyList: nothing when not sent or NULL (every property), else the names.
-std::optional<std::vector<std::string>> propertyList(const CimRequest& request) {
+// PropertyList: nothing when not sent or NULL (every property), else the names. A long list is
+// cut down to the names a class of the namespace has, each once: nothing else can be answered,
+// and every instance of the answer is filtered by the list, so that its length must not be the
+// client's to choose.
+std::optional<std::vector<std::string>>
+propertyList(const CimRequest& request, const ClassRepository& classes, const std::string& ns) {
     const Value* v = request.param("PropertyList");
     if (!v || v->kind == Value::Kind::Null)
         return std::nullopt;
-    if (v->kind == Value::Kind::TextArray)
+    if (v->kind != Value::Kind::TextArray)
+        throw Refusal{cimInvalidParameter, "PropertyList must be an array of property names"};
+    constexpr std::size_t shortList = 16;
+    if (v->texts.size() <= shortList)
         return v->texts;
-    throw Refusal{cimInvalidParameter, "PropertyList must be an array of property names"};
+    std::unordered_set<std::string> asked;
+    for (const std::string& name : v->texts)
+        asked.insert(diaghost::lowerName(name));
+    std::unordered_set<std::string> kept;
+    std::vector<std::string> out;
+    for (const std::string& className : classes.classNames(ns)) {
+        const diaghost::CimClass* cls = classes.findClass(ns, className);
+        for (std::size_t i = 0; cls && i < cls->properties.size(); ++i) {
+            std::string lower = diaghost::lowerName(cls->properties[i].name);
+            if (asked.count(lower) && kept.insert(std::move(lower)).second)
+                out.push_back(cls->properties[i].name);
+        }
+    }
+    return out;
 }
 
 } // namespace
@@ -407,7 +428,8 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
         const std::string className = name(request, "ClassName");
         const diaghost::CimClass& cls = knownClass(classes, ns, className);
         const bool names = sameName(op, "EnumerateInstanceNames");
-        std::optional<std::vector<std::string>> list = names ? std::nullopt : propertyList(request);
+        std::optional<std::vector<std::string>> list =
+            names ? std::nullopt : propertyList(request, classes, ns);
         if (!names && !flag(request, "DeepInheritance", true))
             list = ownProperties(cls, list);
         reply.properties_ = list;
@@ -422,7 +444,7 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
     }
 
     if (sameName(op, "GetInstance")) {
-        std::optional<std::vector<std::string>> list = propertyList(request);
+        std::optional<std::vector<std::string>> list = propertyList(request, classes, ns);
         diaghost::CallScope scope(host_.broker());
         CMPIObjectPath* path = instancePath(host_, request, "InstanceName");
         OperationResult result = list ? host_.getInstance(path, *list) : host_.getInstance(path);
@@ -441,7 +463,8 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
     if (associators || references) {
         const bool names = sameName(op, "AssociatorNames") || sameName(op, "ReferenceNames");
         const Value* object = request.param("ObjectName");
-        std::optional<std::vector<std::string>> list = names ? std::nullopt : propertyList(request);
+        std::optional<std::vector<std::string>> list =
+            names ? std::nullopt : propertyList(request, classes, ns);
         if (object && object->kind == Value::Kind::ClassName) {
             const diaghost::CimClass& source = knownClass(classes, ns, object->text);
             CimXmlClassWriter::Parts parts;
@@ -496,7 +519,7 @@ WbemOperations::Outcome WbemOperations::intrinsic(const CimRequest& request, Cim
 
     if (sameName(op, "GetClass")) {
         const diaghost::CimClass& cls = knownClass(classes, ns, name(request, "ClassName"));
-        std::optional<std::vector<std::string>> list = propertyList(request);
+        std::optional<std::vector<std::string>> list = propertyList(request, classes, ns);
         CimXmlClassWriter::Parts parts;
         parts.localOnly = flag(request, "LocalOnly", true);
         parts.qualifiers = flag(request, "IncludeQualifiers", true);
@@ -579,6 +602,12 @@ WbemOperations::Outcome WbemOperations::extrinsic(const CimRequest& request, Cim
         if (!declared)
             throw Refusal{cimInvalidParameter,
                           "method " + method->name + " has no parameter " + given};
+        if (!declared->in)
+            throw Refusal{cimInvalidParameter, "parameter " + declared->name + " of " +
+                                                   method->name + " is an output only"};
+        if (std::any_of(args.begin(), args.end(),
+                        [&](const auto& arg) { return arg.first == declared->name; }))
+            throw Refusal{cimInvalidParameter, "parameter " + declared->name + " is given twice"};
         CMPIData data{};
         try {
             switch (value.kind) {

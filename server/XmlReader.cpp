@@ -34,10 +34,16 @@ struct XmlReader::State {
         try {
             if (s->open.size() >= s->limits.depth)
                 return s->refuse("elements nested deeper than " + std::to_string(s->limits.depth));
-            if (++s->count > s->limits.elements)
-                return s->refuse("more than " + std::to_string(s->limits.elements) + " elements");
+            std::size_t nodes = 1;
+            for (const XML_Char** a = attributes; a && a[0]; a += 2)
+                ++nodes;
+            s->count += nodes;
+            if (s->count > s->limits.nodes)
+                return s->refuse("more than " + std::to_string(s->limits.nodes) +
+                                 " elements and attributes");
             auto element = std::make_unique<XmlElement>();
             element->name = name;
+            element->attributes.reserve(nodes - 1);
             for (const XML_Char** a = attributes; a && a[0]; a += 2)
                 element->attributes.emplace_back(a[0], a[1]);
             XmlElement* raw = element.get();

@@ -1,6 +1,7 @@
 // Reads an XML document into an element tree, refusing what a request to a server has no use for
 // and what could make the server do unbounded work: any document type declaration (so no entity
-// is ever declared, expanded or fetched), nesting past a depth, more elements than a count, and
+// is ever declared, expanded or fetched), nesting past a depth, more elements and attributes
+// than a count (each costs the tree far more memory than its bytes in the document), and
 // malformed or non-UTF-8 text. Text can be given in pieces as it arrives.
 #ifndef DIAGSERVER_XMLREADER_H
 #define DIAGSERVER_XMLREADER_H
@@ -24,7 +25,9 @@ class XmlReader {
 public:
     struct Limits {
         std::size_t depth = 64;
-        std::size_t elements = std::size_t{1} << 20;
+        // Elements and attributes together: a request's tree then holds about 12 MiB besides
+        // its text at most.
+        std::size_t nodes = std::size_t{1} << 16;
     };
 
     XmlReader();

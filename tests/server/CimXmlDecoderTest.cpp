@@ -241,6 +241,11 @@ TEST_F(CimXmlDecoderTest, EnvelopesThatCannotBeServedGetTheirCimErrorAndStatus) 
          R"(<CIM CIMVERSION="2.0" DTDVERSION="2.0"><MESSAGE ID="1" PROTOCOLVERSION="1.0">)"
          "<SIMPLERSP/></MESSAGE></CIM>",
          "request-not-valid", 400},
+        {"a second request after the first",
+         R"(<CIM CIMVERSION="2.0" DTDVERSION="2.0"><MESSAGE ID="1" PROTOCOLVERSION="1.0">)"
+         "<SIMPLEREQ>" +
+             call + "</SIMPLEREQ><SIMPLEREQ>" + call + "</SIMPLEREQ></MESSAGE></CIM>",
+         "request-not-valid", 400},
         {"no MESSAGE", R"(<CIM CIMVERSION="2.0" DTDVERSION="2.0"/>)", "request-not-valid", 400},
         {"no ID", message(call, R"(CIMVERSION="2.0" DTDVERSION="2.0")", R"(PROTOCOLVERSION="1.0")"),
          "request-not-valid", 400},
@@ -278,6 +283,9 @@ TEST_F(CimXmlDecoderTest, CallsMissingWhatTheyNeedAreNotValidRequests) {
         {"unnamed namespace part",
          "<IMETHODCALL NAME=\"GetClass\"><LOCALNAMESPACEPATH><NAMESPACE/></LOCALNAMESPACEPATH>"
          "</IMETHODCALL>"},
+        {"namespace part with an empty name",
+         "<IMETHODCALL NAME=\"GetClass\"><LOCALNAMESPACEPATH><NAMESPACE NAME=\"\"/>"
+         "<NAMESPACE NAME=\"root\"/></LOCALNAMESPACEPATH></IMETHODCALL>"},
         {"foreign namespace part",
          "<IMETHODCALL NAME=\"GetClass\"><LOCALNAMESPACEPATH><HOST>h</HOST></LOCALNAMESPACEPATH>"
          "</IMETHODCALL>"},
@@ -292,6 +300,8 @@ TEST_F(CimXmlDecoderTest, CallsMissingWhatTheyNeedAreNotValidRequests) {
          "</INSTANCENAME>"},
         {"key of unknown type",
          "<INSTANCENAME CLASSNAME=\"C\">" + key("K", "v", "datetime") + "</INSTANCENAME>"},
+        {"key given twice",
+         "<INSTANCENAME CLASSNAME=\"C\">" + key("K", "v") + key("k", "w") + "</INSTANCENAME>"},
         {"key with no value",
          "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"/></INSTANCENAME>"},
         {"key with two values",
@@ -391,15 +401,24 @@ TEST_F(CimXmlDecoderTest, NestingAndElementLimitsAdmitExactlyTheirCount) {
     for (int i = 0; i < 100; ++i)
         values += "<VALUE>p" + std::to_string(i) + "</VALUE>";
     // CIM MESSAGE SIMPLEREQ IMETHODCALL LOCALNAMESPACEPATH NAMESPACE*2 IPARAMVALUE VALUE.ARRAY
-    // and the values: 109 elements, the values 7 deep.
+    // and the values: 109 elements, the values 7 deep; with the attributes of CIM (2), MESSAGE
+    // (2), IMETHODCALL, the NAMESPACEs and IPARAMVALUE, 117 nodes.
     const std::string text =
         message(intrinsic("EnumerateInstances", "<IPARAMVALUE NAME=\"PropertyList\"><VALUE.ARRAY>" +
                                                     values + "</VALUE.ARRAY></IPARAMVALUE>"));
-    EXPECT_EQ(100u, param(decode(text, {7, 109}), "PropertyList").texts.size());
-    const Refusal tooMany = refusal(text, {7, 108});
+    EXPECT_EQ(100u, param(decode(text, {7, 117}), "PropertyList").texts.size());
+    const Refusal tooMany = refusal(text, {7, 116});
     EXPECT_EQ("request-not-well-formed", tooMany.cimError);
-    EXPECT_NE(std::string::npos, tooMany.why.find("more than 108 elements")) << tooMany.why;
-    const Refusal tooDeep = refusal(text, {6, 109});
+    EXPECT_NE(std::string::npos, tooMany.why.find("more than 116 elements and attributes"))
+        << tooMany.why;
+    // Attributes count as much as elements: one element with many of them is refused as well.
+    std::string attributes;
+    for (int i = 0; i < 200; ++i)
+        attributes += " a" + std::to_string(i) + "=\"\"";
+    const std::string wide = message(intrinsic(
+        "EnumerateInstances", "<IPARAMVALUE NAME=\"X\"><VALUE" + attributes + "/></IPARAMVALUE>"));
+    EXPECT_NE(std::string::npos, refusal(wide, {7, 117}).why.find("elements and attributes"));
+    const Refusal tooDeep = refusal(text, {6, 117});
     EXPECT_EQ("request-not-well-formed", tooDeep.cimError);
     EXPECT_NE(std::string::npos, tooDeep.why.find("deeper than 6")) << tooDeep.why;
 
@@ -413,7 +432,7 @@ TEST_F(CimXmlDecoderTest, NestingAndElementLimitsAdmitExactlyTheirCount) {
         nested += "</a>";
     diagserver::XmlReader::Limits loose;
     loose.depth = deep + 1;
-    loose.elements = deep + 1;
+    loose.nodes = deep + 1;
     EXPECT_NE(nullptr, diagserver::XmlReader::read(nested, loose));
 }
 

@@ -324,6 +324,18 @@ TEST_F(WbemOperationsTest, MethodParametersReadAsTheirDeclaredTypes) {
     add(stop, "RequestedState", Kind::Text, "five");
     answer(stop, &code);
     EXPECT_EQ(4u, code);
+
+    // A parameter given twice, or one the method only hands back, is no input to it.
+    CimRequest twice = run;
+    addPath(twice, "managedelement", element);
+    code = 0;
+    answer(twice, &code);
+    EXPECT_EQ(4u, code);
+    CimRequest output = run;
+    addPath(output, "Job", "ZORQ_FSDiagJob.InstanceID=\"" + jobId + "\"");
+    code = 0;
+    answer(output, &code);
+    EXPECT_EQ(4u, code);
 }
 
 TEST_F(WbemOperationsTest, AnsweringKeepsNothingWithTheBroker) {
