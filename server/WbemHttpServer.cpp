@@ -24,6 +24,7 @@
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <sstream>
 
 namespace diagserver {
@@ -43,6 +44,7 @@ constexpr std::size_t streamPiece = std::size_t{64} << 10;
 // What one request has gathered between the calls libmicrohttpd makes for it.
 struct Exchange {
     Clock::time_point started = Clock::now();
+    bool http11 = false; // HTTP/1.1 (else 1.0): only then can an answer carry trailers
     std::string body;
     std::size_t received = 0; // body bytes, kept or not
     bool tooLarge = false;
@@ -195,12 +197,13 @@ bool containsToken(std::string_view value, std::string_view token) {
 }
 
 // Text fit for a header value: printable ASCII as it stands, every other byte and '%'
-// percent-encoded.
-std::string headerText(std::string_view text) {
+// percent-encoded; for a field of the access log, the blank too, so that a client's text can
+// neither start a line of its own nor shift the fields after it.
+std::string headerText(std::string_view text, bool logField = false) {
     static const char hex[] = "0123456789ABCDEF";
     std::string out;
     for (unsigned char c : text) {
-        if (c >= 0x20 && c < 0x7f && c != '%') {
+        if (c > (logField ? 0x20 : 0x1f) && c < 0x7f && c != '%') {
             out += static_cast<char>(c);
         } else {
             out += '%';
@@ -217,6 +220,67 @@ std::string trimmedNamespace(std::string ns) {
     while (!ns.empty() && ns.back() == '/')
         ns.pop_back();
     return ns;
+}
+
+// Every value a request's header of that name has, in the order sent.
+std::vector<std::string> headerValues(MHD_Connection* connection, const char* name) {
+    struct Wanted {
+        const char* name;
+        std::vector<std::string> values;
+    } wanted{name, {}};
+    MHD_get_connection_values(
+        connection, MHD_HEADER_KIND,
+        [](void* cls, MHD_ValueKind, const char* key, const char* value) -> MHD_Result {
+            auto* w = static_cast<Wanted*>(cls);
+            if (key && diaghost::sameName(key, w->name))
+                w->values.emplace_back(value ? value : "");
+            return MHD_YES;
+        },
+        &wanted);
+    return wanted.values;
+}
+
+// Why a request's body cannot be read for certain where it ends (the HTTP status to answer,
+// and what to log); none when its framing is sound: at most one length, or chunked transfer
+// coding alone. Guessing at either would read the body or the next request wrongly.
+std::optional<std::pair<unsigned, std::string>> framingFault(MHD_Connection* connection) {
+    const std::vector<std::string> lengths = headerValues(connection, "Content-Length");
+    const std::vector<std::string> codings = headerValues(connection, "Transfer-Encoding");
+    for (const std::string& length : lengths)
+        if (length != lengths.front())
+            return std::make_pair(400u, std::string("Content-Length given twice, differently"));
+    if (codings.empty())
+        return std::nullopt;
+    std::string_view coding = codings.front();
+    while (!coding.empty() && (coding.front() == ' ' || coding.front() == '\t'))
+        coding.remove_prefix(1);
+    while (!coding.empty() && (coding.back() == ' ' || coding.back() == '\t'))
+        coding.remove_suffix(1);
+    if (codings.size() > 1 || !diaghost::sameName(coding, "chunked"))
+        return std::make_pair(501u, std::string("transfer coding other than chunked alone"));
+    if (!lengths.empty())
+        return std::make_pair(400u, std::string("both Content-Length and Transfer-Encoding"));
+    return std::nullopt;
+}
+
+// How many bytes the Basic credentials of the Authorization header decode to; none when there
+// are none. libmicrohttpd hands user and password over as C strings, so a password holding a NUL
+// byte would otherwise be checked as what comes before it.
+std::optional<std::size_t> basicCredentialsLength(MHD_Connection* connection) {
+    const char* header =
+        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_AUTHORIZATION);
+    if (!header || std::strlen(header) < 6 ||
+        !diaghost::sameName(std::string_view(header, 5), "Basic"))
+        return std::nullopt;
+    std::string_view encoded(header + 5);
+    while (!encoded.empty() && encoded.front() == ' ')
+        encoded.remove_prefix(1);
+    while (!encoded.empty() && encoded.back() == ' ')
+        encoded.remove_suffix(1);
+    std::size_t padding = 0;
+    while (padding < encoded.size() && padding < 2 && encoded[encoded.size() - 1 - padding] == '=')
+        ++padding;
+    return encoded.size() * 3 / 4 - padding;
 }
 
 // The client's address; empty when it is not known.
@@ -290,8 +354,10 @@ struct WbemHttpServer::Impl {
             return;
         const auto micros =
             std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - started).count();
+        const std::string op = operation.empty() ? "-" : headerText(operation, true);
+        const std::string className = cls.empty() ? "-" : headerText(cls, true);
         std::lock_guard<std::mutex> lock(logMutex);
-        *options.accessLog << client << ' ' << operation << ' ' << cls << ' ' << status << ' '
+        *options.accessLog << client << ' ' << op << ' ' << className << ' ' << status << ' '
                            << micros << "us\n";
         options.accessLog->flush();
     }
@@ -423,7 +489,7 @@ struct WbemHttpServer::Impl {
                 whole.size(), const_cast<char*>(whole.data()), MHD_RESPMEM_MUST_COPY);
         } else {
             const char* te = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "TE");
-            streamed->trailers = te && containsToken(te, "trailers");
+            streamed->trailers = exchange.http11 && te && containsToken(te, "trailers");
             streamed->client = clientOf(connection);
             streamed->operation = request.method;
             streamed->cls = classOf(request);
@@ -453,7 +519,7 @@ struct WbemHttpServer::Impl {
 
     MHD_Result refuse(MHD_Connection* connection, Exchange& exchange, unsigned status,
                       const std::string& cimError, const std::string& why) {
-        log(connection, "-", "-", std::to_string(status) + " " + why, exchange);
+        log(connection, "-", "-", std::to_string(status) + " " + headerText(why), exchange);
         return plain(connection, status, cimError);
     }
 
@@ -471,7 +537,10 @@ struct WbemHttpServer::Impl {
         std::string given;
         std::string why;
         try {
-            if (password) {
+            const std::optional<std::size_t> sent = basicCredentialsLength(connection);
+            if (password && sent != std::strlen(user) + 1 + std::strlen(password)) {
+                why = "the credentials hold a NUL byte";
+            } else if (password) {
                 given = password;
                 verdict = authenticator->check(user, given, addressOf(connection), why);
             }
@@ -523,7 +592,7 @@ struct WbemHttpServer::Impl {
     }
 
     static MHD_Result access(void* self, MHD_Connection* connection, const char* url,
-                             const char* method, const char*, const char* upload,
+                             const char* method, const char* version, const char* upload,
                              size_t* uploadSize, void** context) {
         auto* impl = static_cast<Impl*>(self);
         try {
@@ -531,6 +600,7 @@ struct WbemHttpServer::Impl {
             if (!exchange) {
                 exchange = new Exchange;
                 *context = exchange;
+                exchange->http11 = version && std::strcmp(version, "HTTP/1.1") == 0;
                 // Nothing of a request without valid credentials is read or acted on.
                 if (impl->authenticator) {
                     const Authenticator::Verdict verdict =
@@ -546,6 +616,10 @@ struct WbemHttpServer::Impl {
                         exchange->answered = true;
                         return impl->unauthorized(connection);
                     }
+                }
+                if (const auto fault = framingFault(connection)) {
+                    exchange->answered = true;
+                    return impl->refuse(connection, *exchange, fault->first, "", fault->second);
                 }
                 // A body announced past the limit is refused before it is read.
                 const char* length =

@@ -324,9 +324,11 @@ TEST_F(PamServingTest, GoodCredentialsAreServedAndWrongOnesGet401) {
     EXPECT_EQ(good.rfind("HTTP/1.1 200 ", 0), 0u) << good;
     EXPECT_NE(good.find("<CLASSNAME NAME=\"CIM_ManagedElement\"/>"), std::string::npos) << good;
 
-    // alice:correct horse, and mallory:correct horse:battery
+    // alice:correct horse, mallory:correct horse:battery, and the right password with a NUL
+    // byte and more after it
     for (const char* wrong :
-         {"YWxpY2U6Y29ycmVjdCBob3JzZQ==", "bWFsbG9yeTpjb3JyZWN0IGhvcnNlOmJhdHRlcnk="}) {
+         {"YWxpY2U6Y29ycmVjdCBob3JzZQ==", "bWFsbG9yeTpjb3JyZWN0IGhvcnNlOmJhdHRlcnk=",
+          "YWxpY2U6Y29ycmVjdCBob3JzZTpiYXR0ZXJ5AHg="}) {
         const std::string refused = exchange(port, wrong);
         EXPECT_EQ(refused.rfind("HTTP/1.1 401 ", 0), 0u) << refused;
         EXPECT_NE(refused.find("WWW-Authenticate: Basic realm=\"CIM\""), std::string::npos)

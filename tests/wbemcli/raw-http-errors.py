@@ -251,6 +251,24 @@ def main():
             print("ok   a chunked body past twice the limit: cut off", flush=True)
     server_goes_on("chunked body past twice the limit")
 
+    # A body whose end cannot be known for certain is refused at once, not read until the
+    # client gives up.
+    for coding, status in (("gzip", 501), ("gzip, chunked", 501), ("chunked, chunked", 501)):
+        with socket.create_connection((HOST, PORT), timeout=5) as sock:
+            started = time.monotonic()
+            sock.sendall(request(ENUM_NAMES, headers={"Content-Length": None,
+                                                      "Transfer-Encoding": coding}))
+            expect(f"Transfer-Encoding: {coding}", read_answer(sock), status)
+            if time.monotonic() - started > 2:
+                fail(f"Transfer-Encoding: {coding}", "the answer took more than 2 s")
+    body = ENUM_NAMES.encode()
+    raw = request(body).replace(b"\r\n\r\n", f"\r\nContent-Length: {len(body) - 5}\r\n\r\n"
+                                .encode(), 1)
+    expect("two different Content-Length headers", send(raw), 400)
+    expect("Content-Length beside chunked", send(request(ENUM_NAMES, headers={
+        "Transfer-Encoding": "chunked"})), 400)
+    server_goes_on("bodies of uncertain length")
+
     # Clients that send half a request and stall (each holds a server thread of its own):
     # others are served meanwhile, and the server closes them after its idle timeout.
     stalled = [socket.create_connection((HOST, PORT), timeout=IDLE_TIMEOUT + 5) for _ in range(8)]
@@ -376,12 +394,30 @@ def main():
             sock.sendall(request(ENUM_NAMES, keep_alive=True))
             expect(f"request {i + 1} on one connection", read_answer(sock), 200,
                    body_has="<INSTANCENAME")
+
+    # What a client writes cannot make lines of the access log, nor reach a terminal reading it.
+    forged = "ZORQ_Nope&#10;10.9.9.9 RunDiagnostic ZORQ_NetDiagService 0 42us"
+    send(request(message(imethod("EnumerateInstanceNames", classname(forged)))))
+    send(request(ENUM_NAMES, method="\x1b[2JEVIL\x07"))
+    time.sleep(0.2)
+    with open(ACCESS_LOG, "rb") as log:
+        lines = log.read().splitlines()
+    for line in lines:
+        if not re.fullmatch(rb"127\.0\.0\.\d+ \S+ \S+ \d+( [ -~]+)? \d+us", line) or \
+                any(b < 0x20 or b == 0x7F for b in line):
+            fail("client text in the access log", f"a line the client wrote: {line!r}")
+            break
+    else:
+        print(f"ok   client text in the access log: {len(lines)} lines, all the server's",
+              flush=True)
     return report()
 
 
 if __name__ == "__main__":
     work = tempfile.mkdtemp()
+    ACCESS_LOG = os.path.join(work, "access.log")
     server, PORT = served.start([sys.argv[1], "serve", "--listen", f"{HOST}:0",
+                                 "--access-log", ACCESS_LOG,
                                  "--idle-timeout", str(IDLE_TIMEOUT),
                                  "--connections-per-address", str(PER_ADDRESS)],
                                 os.path.join(work, "serve.err"))
