@@ -4,6 +4,7 @@
 #include "server/AnswerStream.h"
 #include "server/Authenticator.h"
 #include "server/CimXmlDecoder.h"
+#include "server/ConnectionWatch.h"
 #include "server/PamAuthenticator.h"
 #include "server/PasswordFile.h"
 #include "server/WbemOperations.h"
@@ -23,6 +24,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <list>
 #include <mutex>
 #include <optional>
 #include <sstream>
@@ -37,6 +39,8 @@ using Clock = std::chrono::steady_clock;
 // answer is sent from, which gets about half of it. The library's 32 KiB sends a long answer
 // 16 KiB per system call; 128 KiB sends it 64 KiB at a time.
 constexpr std::size_t connectionMemory = std::size_t{128} << 10;
+// Connections beyond the limit the library may hold while the watch closes others for them.
+constexpr unsigned closingRoom = 8;
 // How much of an answer is made ready before it is sent: a short answer within it goes out with
 // its length, a longer one chunked.
 constexpr std::size_t streamPiece = std::size_t{64} << 10;
@@ -56,6 +60,20 @@ struct Listener {
     MHD_Daemon* daemon = nullptr;
     unsigned short port = 0;
 };
+
+// What libmicrohttpd's callbacks for one listener's connections are given.
+struct ListenerContext {
+    ConnectionWatch* watch;
+    int index;
+    bool tls;
+};
+
+// The watch's record of a connection, kept as the library's socket context.
+ConnectionWatch::Connection* watched(MHD_Connection* connection) {
+    const MHD_ConnectionInfo* info =
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+    return info ? static_cast<ConnectionWatch::Connection*>(info->socket_context) : nullptr;
+}
 
 // "ADDRESS:PORT" or "[IPV6]:PORT" as a socket address.
 sockaddr_storage parseListen(const std::string& text, bool& ipv6) {
@@ -595,6 +613,22 @@ struct WbemHttpServer::Impl {
                              const char* method, const char* version, const char* upload,
                              size_t* uploadSize, void** context) {
         auto* impl = static_cast<Impl*>(self);
+        const auto* before = static_cast<Exchange*>(*context);
+        const bool wasAnswered = before && before->answered;
+        const MHD_Result result =
+            impl->receive(connection, url, method, version, upload, uploadSize, context);
+        // Once an answer is on its way the request is no longer waited for, and nothing may be
+        // written into the connection beside it.
+        const auto* exchange = static_cast<Exchange*>(*context);
+        if (!wasAnswered && exchange && exchange->answered && impl->watch)
+            impl->watch->requestRead(watched(connection));
+        return result;
+    }
+
+    MHD_Result receive(MHD_Connection* connection, const char* url, const char* method,
+                       const char* version, const char* upload, size_t* uploadSize,
+                       void** context) {
+        Impl* impl = this;
         try {
             auto* exchange = static_cast<Exchange*>(*context);
             if (!exchange) {
@@ -660,15 +694,46 @@ struct WbemHttpServer::Impl {
         }
     }
 
-    static void completed(void*, MHD_Connection*, void** context, MHD_RequestTerminationCode) {
+    static void completed(void* self, MHD_Connection* connection, void** context,
+                          MHD_RequestTerminationCode) {
         delete static_cast<Exchange*>(*context);
         *context = nullptr;
+        auto* impl = static_cast<Impl*>(self);
+        if (impl->watch)
+            impl->watch->answered(watched(connection));
+    }
+
+    static MHD_Result admit(void* context, const sockaddr*, socklen_t) {
+        auto* listener = static_cast<ListenerContext*>(context);
+        return listener->watch->admit(listener->index) ? MHD_YES : MHD_NO;
+    }
+
+    static void connectionNotice(void* context, MHD_Connection* connection, void** socketContext,
+                                 MHD_ConnectionNotificationCode code) {
+        auto* listener = static_cast<ListenerContext*>(context);
+        if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+            const MHD_ConnectionInfo* info =
+                MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+            *socketContext =
+                info ? listener->watch->opened(listener->index, info->connect_fd, !listener->tls)
+                     : nullptr;
+        } else if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+            listener->watch->closed(static_cast<ConnectionWatch::Connection*>(*socketContext));
+            *socketContext = nullptr;
+        }
+    }
+
+    static void* requestLine(void* context, const char*, MHD_Connection* connection) {
+        static_cast<ListenerContext*>(context)->watch->requestBegun(watched(connection));
+        return nullptr;
     }
 
     diaghost::Host& host;
     Options options;
     WbemOperations operations;
     std::vector<Listener> listeners;
+    std::unique_ptr<ConnectionWatch> watch;
+    std::list<ListenerContext> listenerContexts;
     std::mutex logMutex;
     // A PasswordFile or a PamAuthenticator; null when requests are not authenticated.
     std::unique_ptr<Authenticator> authenticator;
@@ -745,6 +810,11 @@ void WbemHttpServer::start() {
                 }
             }
         }
+        ConnectionWatch::Options watching;
+        watching.idle = std::chrono::seconds(o.idleTimeoutSeconds);
+        watching.request = std::chrono::seconds(o.requestTimeoutSeconds);
+        watching.capacity = o.maxConnections;
+        impl_->watch = std::make_unique<ConnectionWatch>(watching);
         for (const std::string& address : o.listen) {
             bool ipv6 = false;
             sockaddr_storage socketAddress = parseListen(address, ipv6);
@@ -761,14 +831,19 @@ void WbemHttpServer::start() {
                 flags |= MHD_USE_IPv6;
             if (tls)
                 flags |= MHD_USE_TLS;
+            ListenerContext& context = impl_->listenerContexts.emplace_back(ListenerContext{
+                impl_->watch.get(), static_cast<int>(impl_->listenerContexts.size()), tls});
+            // The library's own limit leaves room for the connections the watch is closing to
+            // make way for new ones; the watch holds to maxConnections.
             MHD_Daemon* daemon = MHD_start_daemon(
-                flags, 0, nullptr, nullptr, &Impl::access, impl_.get(), MHD_OPTION_SOCK_ADDR,
+                flags, 0, &Impl::admit, &context, &Impl::access, impl_.get(), MHD_OPTION_SOCK_ADDR,
                 reinterpret_cast<sockaddr*>(&socketAddress), MHD_OPTION_CONNECTION_LIMIT,
-                impl_->options.maxConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
-                impl_->options.connectionsPerAddress, MHD_OPTION_CONNECTION_TIMEOUT,
-                impl_->options.idleTimeoutSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-                connectionMemory, MHD_OPTION_NOTIFY_COMPLETED, &Impl::completed, impl_.get(),
-                MHD_OPTION_ARRAY, tlsOptions.data(), MHD_OPTION_END);
+                impl_->options.maxConnections + closingRoom, MHD_OPTION_NOTIFY_CONNECTION,
+                &Impl::connectionNotice, &context, MHD_OPTION_URI_LOG_CALLBACK, &Impl::requestLine,
+                &context, MHD_OPTION_PER_IP_CONNECTION_LIMIT, impl_->options.connectionsPerAddress,
+                MHD_OPTION_CONNECTION_TIMEOUT, impl_->options.idleTimeoutSeconds,
+                MHD_OPTION_CONNECTION_MEMORY_LIMIT, connectionMemory, MHD_OPTION_NOTIFY_COMPLETED,
+                &Impl::completed, impl_.get(), MHD_OPTION_ARRAY, tlsOptions.data(), MHD_OPTION_END);
             if (!daemon)
                 throw StartError("cannot listen on " + address + ": " + std::strerror(errno));
             Listener listener{address, daemon, 0};
@@ -788,6 +863,8 @@ void WbemHttpServer::stop() {
     for (Listener& l : impl_->listeners)
         MHD_stop_daemon(l.daemon);
     impl_->listeners.clear();
+    impl_->listenerContexts.clear();
+    impl_->watch.reset();
 }
 
 std::vector<unsigned short> WbemHttpServer::ports() const {

@@ -39,7 +39,13 @@ public:
         // Of those, how many one client address may hold (0: no limit of its own); one more from
         // it is closed at once, so that one client cannot take every connection.
         unsigned connectionsPerAddress = 16;
+        // A connection sending nothing is closed after the idle timeout, and one waiting that
+        // long for the first line of a request however slowly its bytes come; a request must
+        // arrive whole within the request timeout of its first line (else 408). When every
+        // connection is taken, the one that has waited longest for its request, if over two
+        // seconds, is closed for a new client.
         unsigned idleTimeoutSeconds = 60;
+        unsigned requestTimeoutSeconds = 30;
         XmlReader::Limits xml;
         // One line per request (client, operation, class, status, duration); null for none.
         std::ostream* accessLog = nullptr;

@@ -256,6 +256,7 @@ int Diagctl::serve(diaghost::Host& host) {
     options.maxConnections = options_.connections;
     options.connectionsPerAddress = options_.connectionsPerAddress;
     options.idleTimeoutSeconds = options_.idleTimeoutSeconds;
+    options.requestTimeoutSeconds = options_.requestTimeoutSeconds;
     options.unauthenticatedRemote = options_.unauthenticatedRemote;
     options.certificateFile = options_.certificateFile;
     options.keyFile = options_.keyFile;

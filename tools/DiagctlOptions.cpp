@@ -54,7 +54,8 @@ void DiagctlOptions::usage(std::ostream& out) {
            "                                shown until it ends, N passes of the test\n"
            "  demo                          every service on every element it can test\n"
            "  serve [--listen ADDR:PORT] [--connections N] [--connections-per-address M]\n"
-           "        [--access-log FILE|-] [--idle-timeout SECONDS] [--cert FILE --key FILE]\n"
+           "        [--access-log FILE|-] [--idle-timeout SECONDS] [--request-timeout SECONDS]\n"
+           "        [--cert FILE --key FILE]\n"
            "        [--password-file FILE | --pam SERVICE [--pam-config-dir DIR]]\n"
            "        [--verifications N] [--verification-wait MS] [--unauthenticated-remote]\n"
            "                                answer WBEM clients (CIM-XML over HTTP, or HTTPS\n"
@@ -68,7 +69,10 @@ void DiagctlOptions::usage(std::ostream& out) {
            "                                the PAM service (its file in /etc/pam.d, or in\n"
            "                                DIR); N passwords are verified at once (1; 0: no\n"
            "                                limit), a request waits MS ms (2000) for its\n"
-           "                                turn, then is answered 503\n"
+           "                                turn, then is answered 503; a connection idle\n"
+           "                                (60 s) or slow to start a request is closed, and\n"
+           "                                a request not whole within the request timeout\n"
+           "                                (30 s) is answered 408\n"
            "  passwd FILE USER              set USER's password (a line on stdin) in a\n"
            "                                password file for serve\n"
            "paths are in the DMTF text form, e.g. 'ZORQ_NetworkPort.DeviceID=\"eth0\",...'\n"
@@ -141,6 +145,10 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
             o.idleTimeoutSeconds = numberIn(
                 value(), 1, 86400, "--idle-timeout takes a number of seconds from 1 to 86400");
             sawServe = true;
+        } else if (a == "--request-timeout") {
+            o.requestTimeoutSeconds = numberIn(
+                value(), 1, 86400, "--request-timeout takes a number of seconds from 1 to 86400");
+            sawServe = true;
         } else if (a == "--verifications") {
             o.verifications =
                 numberIn(value(), 0, 64, "--verifications takes a number from 0 (no limit) to 64");
@@ -193,7 +201,7 @@ DiagctlOptions DiagctlOptions::parse(int argc, const char* const* argv) {
         throw UsageError("association filters apply to assoc only");
     if (sawServe && shape.command != Command::Serve)
         throw UsageError("--listen, --connections, --connections-per-address, --access-log, "
-                         "--idle-timeout, --cert, --key, "
+                         "--idle-timeout, --request-timeout, --cert, --key, "
                          "--password-file, --pam, --pam-config-dir, --verifications, "
                          "--verification-wait and --unauthenticated-remote apply to serve only");
     if (!o.passwordFile.empty() && !o.pamService.empty())

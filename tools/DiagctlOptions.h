@@ -49,6 +49,7 @@ struct DiagctlOptions {
     unsigned connections = 64;
     unsigned connectionsPerAddress = 16; // of them, from one client address (0: no limit)
     unsigned idleTimeoutSeconds = 60;    // a connection idle this long is closed
+    unsigned requestTimeoutSeconds = 30; // a request not whole this long after its first line
     std::string accessLog;
     bool unauthenticatedRemote = false; // serve non-loopback addresses without authentication
     std::string certificateFile;        // with keyFile: serve HTTPS

@@ -121,6 +121,74 @@ def cim_error_case(case, call, method, code, cim_object="root%2Fcimv2"):
            200, body_has=f'<ERROR CODE="{code}"')
 
 
+def slow_senders():
+    """Clients whose bytes trickle in, on a server of four connections, an idle timeout too long
+    to matter and a request timeout of 2 s: a request must still arrive whole in time, and
+    clients stalled before their first line cannot keep a new client out."""
+    slow, port = served.start([sys.argv[1], "serve", "--listen", f"{HOST}:0",
+                               "--idle-timeout", "30", "--request-timeout", "2",
+                               "--connections", "4", "--connections-per-address", "0"],
+                              os.path.join(work, "slow.err"))
+    try:
+        case = "a request trickling in a byte at a time after its first line"
+        raw = request(ENUM_NAMES)
+        first_line = raw.index(b"\r\n") + 2
+        with socket.create_connection((HOST, port), timeout=10) as sock:
+            sock.sendall(raw[:first_line])
+            started = time.monotonic()
+            sock.setblocking(False)
+            answer = b""
+            for byte in raw[first_line:]:
+                try:
+                    sock.send(bytes([byte]))
+                    answer += sock.recv(4096)
+                except BlockingIOError:
+                    pass
+                except OSError:
+                    break
+                if answer or time.monotonic() - started > 6:
+                    break
+                time.sleep(0.25)
+            sock.settimeout(5)
+            try:
+                while chunk := sock.recv(4096):
+                    answer += chunk
+            except OSError:
+                pass
+            took = time.monotonic() - started
+        if not answer.startswith(b"HTTP/1.1 408 ") or not 1.5 < took < 4:
+            fail(case, f"after {took:.1f} s: {answer[:60]!r}")
+        else:
+            print(f"ok   {case}: 408 after {took:.1f} s", flush=True)
+
+        case = "every connection held by clients stalled before their first line"
+        stalled = [socket.create_connection((HOST, port), timeout=5) for _ in range(4)]
+        for sock in stalled:
+            sock.sendall(b"PO")
+        time.sleep(2.5)  # past the time a waiting connection is spared for
+        try:
+            with socket.create_connection((HOST, port), timeout=5) as sock:
+                sock.sendall(raw)
+                expect(case, read_answer(sock), 200, body_has="<INSTANCENAME")
+        except (OSError, http.client.HTTPException) as e:
+            fail(case, f"a new client was not served: {e!r}")
+        closed = 0
+        for sock in stalled:
+            with sock:
+                try:
+                    sock.settimeout(0.5)
+                    closed += sock.recv(4096) == b""
+                except ConnectionResetError:
+                    closed += 1
+                except OSError:
+                    pass
+        if closed != 1:
+            fail(case, f"{closed} stalled clients were closed for it, not the one")
+    finally:
+        slow.terminate()
+        slow.wait(10)
+
+
 def main():
     # The good requests themselves: GetInstance of an instance EnumerateInstanceNames names.
     names = expect("EnumerateInstanceNames", send(request(ENUM_NAMES)), 200,
@@ -293,6 +361,8 @@ def main():
         fail("stalled clients", f"not closed after {waited:.1f} s")
     else:
         print(f"ok   stalled clients: all closed after {waited:.1f} s", flush=True)
+
+    slow_senders()
 
     # CIM errors travel in a 200 answer.
     cim_error_case("CreateInstance (not supported)", imethod(
