@@ -10,6 +10,8 @@ namespace {
 using diaghost::ObjectPathText;
 using Value = CimRequest::Value;
 
+constexpr std::size_t maxKeys = 256;
+
 [[noreturn]] void invalid(const std::string& message) {
     throw DecodeError("request-not-valid", message);
 }
@@ -107,6 +109,10 @@ ObjectPathText instanceName(const XmlElement& e) {
         } else {
             invalid("KEYBINDING " + key.name + " holds " + value.name);
         }
+        // Bounded (the providers refuse a path of more keys anyway), which also keeps this check
+        // short.
+        if (out.keys.size() == maxKeys)
+            invalid("an instance name holds more than " + std::to_string(maxKeys) + " keys");
         for (const ObjectPathText::Key& earlier : out.keys)
             if (diaghost::sameName(earlier.name, key.name))
                 invalid("key " + key.name + " is given twice");

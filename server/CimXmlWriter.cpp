@@ -590,8 +590,9 @@ std::string_view CimXmlWriter::propertyStart(std::string_view name, CMPIType typ
     return array ? "</PROPERTY.ARRAY>" : "</PROPERTY>";
 }
 
-void CimXmlWriter::property(std::string_view name, const CMPIData& data) {
-    const std::string_view end = propertyStart(name, data.type);
+void CimXmlWriter::property(std::string_view name, const CMPIData& data,
+                            std::string_view embedded) {
+    const std::string_view end = propertyStart(name, data.type, embedded);
     valueElement(data);
     raw(end);
 }
@@ -605,13 +606,14 @@ const CimXmlWriter::ClassTags& CimXmlWriter::tagsFor(const diaghost::HostInstanc
     tags.properties.reserve(inst.propertyCount());
     for (std::size_t i = 0; i < inst.propertyCount(); ++i) {
         const char* name = inst.propertyName(i);
-        PropertyTags property{inst.at(i).type, name ? name : "", {}, {}};
+        const diaghost::CimProperty& declared = inst.cimClass().properties[i];
+        PropertyTags property{
+            declared.type, name ? name : "", {}, {}, embeddedKind(declared.qualifiers)};
         if (!property.name.empty()) {
             // Rendered once into the buffer and moved out, so that both ways of writing a
             // property write the same start tag.
             const std::size_t mark = size_;
-            property.end = propertyStart(property.name, property.type,
-                                         embeddedKind(inst.cimClass().properties[i].qualifiers));
+            property.end = propertyStart(property.name, property.type, property.embedded);
             property.start.assign(buffer_.get() + mark, size_ - mark);
             size_ = mark;
         }
@@ -660,7 +662,7 @@ void CimXmlWriter::hostInstance(const diaghost::HostInstance& h, const ClassTags
             continue;
         const CMPIData& value = h.at(i);
         if (value.type != tag.type) {
-            property(tag.name, value);
+            property(tag.name, value, tag.embedded);
             continue;
         }
         raw(tag.start);

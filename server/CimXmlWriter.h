@@ -155,7 +155,7 @@ private:
     void valueReference(const CMPIObjectPath* path);
     void scalarValue(CMPIType type, const CMPIValue& value);
     void valueElement(const CMPIData& data);
-    void property(std::string_view name, const CMPIData& data);
+    void property(std::string_view name, const CMPIData& data, std::string_view embedded = {});
     // Writes a property's start tag for a value of that type; the matching end tag. A string
     // the class declares an embedded instance or object says so with `embedded` ("instance" or
     // "object").
@@ -168,6 +168,7 @@ private:
         std::string name;
         std::string start;
         std::string_view end;
+        std::string_view embedded; // what a string of it holds, as propertyStart takes it
     };
     struct ClassTags {
         const void* cls;

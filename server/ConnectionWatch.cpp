@@ -38,18 +38,22 @@ bool ConnectionWatch::admit(int listener) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (open(listener) < options_.capacity)
         return true;
+    // A connection waiting for its next request gives way first, one whose request is still
+    // arriving only when none waits.
     const Clock::time_point now = Clock::now();
-    Connection* longest = nullptr;
-    for (Connection& c : connections_) {
-        if (c.listener != listener || (c.phase != Phase::Waiting && c.phase != Phase::Receiving))
-            continue;
-        if (now - c.since >= options_.grace && (!longest || c.since < longest->since))
-            longest = &c;
+    for (const Phase phase : {Phase::Waiting, Phase::Receiving}) {
+        Connection* longest = nullptr;
+        for (Connection& c : connections_) {
+            if (c.listener == listener && c.phase == phase && now - c.since >= options_.grace &&
+                (!longest || c.since < longest->since))
+                longest = &c;
+        }
+        if (longest) {
+            cut(*longest, false);
+            return true;
+        }
     }
-    if (!longest)
-        return false;
-    cut(*longest, false);
-    return true;
+    return false;
 }
 
 ConnectionWatch::Connection* ConnectionWatch::opened(int listener, int fd, bool plainText) {

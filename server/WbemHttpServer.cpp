@@ -269,11 +269,11 @@ std::optional<std::pair<unsigned, std::string>> framingFault(MHD_Connection* con
             return std::make_pair(400u, std::string("Content-Length given twice, differently"));
     if (codings.empty())
         return std::nullopt;
+    // As libmicrohttpd reads it: leading blanks dropped, and then "chunked" exactly (a trailing
+    // blank makes it a coding the library does not know, and a body it would read to the end).
     std::string_view coding = codings.front();
     while (!coding.empty() && (coding.front() == ' ' || coding.front() == '\t'))
         coding.remove_prefix(1);
-    while (!coding.empty() && (coding.back() == ' ' || coding.back() == '\t'))
-        coding.remove_suffix(1);
     if (codings.size() > 1 || !diaghost::sameName(coding, "chunked"))
         return std::make_pair(501u, std::string("transfer coding other than chunked alone"));
     if (!lengths.empty())
@@ -688,6 +688,10 @@ struct WbemHttpServer::Impl {
                 return MHD_YES;
             }
             exchange->answered = true;
+            // The request is here whole: however long the operation runs, it is no longer a
+            // request being waited for.
+            if (watch)
+                watch->requestRead(watched(connection));
             return impl->serve(connection, url, method, *exchange);
         } catch (...) {
             return MHD_NO;

@@ -276,7 +276,7 @@ TEST_F(CimXmlDecoderTest, CallsMissingWhatTheyNeedAreNotValidRequests) {
         return message(intrinsic("GetInstance",
                                  "<IPARAMVALUE NAME=\"InstanceName\">" + value + "</IPARAMVALUE>"));
     };
-    const std::vector<std::pair<std::string, std::string>> cases = {
+    std::vector<std::pair<std::string, std::string>> cases = {
         {"no method name", "<IMETHODCALL>" + std::string(kRootCimv2) + "</IMETHODCALL>"},
         {"no namespace", "<IMETHODCALL NAME=\"GetClass\"/>"},
         {"empty namespace", "<IMETHODCALL NAME=\"GetClass\"><LOCALNAMESPACEPATH/></IMETHODCALL>"},
@@ -331,6 +331,11 @@ TEST_F(CimXmlDecoderTest, CallsMissingWhatTheyNeedAreNotValidRequests) {
                                            std::string(kRootCimv2) +
                                            "</LOCALCLASSPATH></METHODCALL>"},
     };
+    std::string manyKeys;
+    for (int i = 0; i < 257; ++i)
+        manyKeys += key("K" + std::to_string(i), "v");
+    cases.emplace_back("more keys than a path may have",
+                       "<INSTANCENAME CLASSNAME=\"C\">" + manyKeys + "</INSTANCENAME>");
     for (const auto& [label, body] : cases) {
         SCOPED_TRACE(label);
         // Whole calls go in SIMPLEREQ as they are; values go in an InstanceName parameter.

@@ -7,12 +7,10 @@
 #include "server/WbemHttpServer.h"
 
 #include "../providers/ProviderTestSupport.h"
+#include "ServerTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -275,29 +273,9 @@ protected:
             "<IMETHODCALL NAME=\"EnumerateClassNames\"><LOCALNAMESPACEPATH>"
             "<NAMESPACE NAME=\"root\"/><NAMESPACE NAME=\"cimv2\"/>"
             "</LOCALNAMESPACEPATH></IMETHODCALL></SIMPLEREQ></MESSAGE></CIM>";
-        const std::string request =
-            "POST /cimom HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\nAuthorization: "
-            "Basic " +
-            credentials +
-            "\r\nCIMOperation: MethodCall\r\nCIMMethod: EnumerateClassNames\r\n"
-            "CIMObject: root%2Fcimv2\r\nContent-Type: application/xml; charset=\"utf-8\"\r\n"
-            "Content-Length: " +
-            std::to_string(body.size()) + "\r\n\r\n" + body;
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        std::string answer;
-        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-            send(fd, request.data(), request.size(), MSG_NOSIGNAL) ==
-                static_cast<ssize_t>(request.size())) {
-            char buffer[4096];
-            for (ssize_t n; (n = recv(fd, buffer, sizeof buffer, 0)) > 0;)
-                answer.append(buffer, static_cast<std::size_t>(n));
-        }
-        close(fd);
-        return answer;
+        return servertest::httpExchange(
+            port, servertest::cimRequest("EnumerateClassNames", "root%2Fcimv2", body,
+                                         "Authorization: Basic " + credentials + "\r\n"));
     }
 
     WbemHttpServer::Options options() {

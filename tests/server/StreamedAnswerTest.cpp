@@ -7,11 +7,11 @@
 #include "server/ResultQueue.h"
 #include "server/WbemOperations.h"
 
+#include "ServerTestSupport.h"
+
 #include "host/Host.h"
 #include "host/broker/Broker.h"
 #include "host/broker/CallScope.h"
-#include "host/providers/ProviderManager.h"
-#include "host/providers/ProviderRegistration.h"
 
 #include <cmpift.h>
 
@@ -35,23 +35,7 @@ using diagserver::MarkupPiece;
 using diagserver::ResultQueue;
 using diagserver::WbemOperations;
 
-Host& testHost() {
-    static Host* host = [] {
-        Host::Options options;
-        options.providerPath = {DIAGHOST_TEST_PROVIDER_DIR};
-        auto* made = new Host(options);
-        made->loadMof(std::string(DIAGHOST_TEST_DATA_DIR) + "/TestHost.mof");
-        made->providers().addRegistrations(diaghost::ProviderRegistration::readText(
-            "[Test_Element]\nprovider: Test_ElementProvider\nlocation: diaghosttest_elements\n"
-            "type: instance\nnamespace: root/cimv2\n\n"
-            "[Test_SpecialElement]\nprovider: Test_ElementProvider\n"
-            "location: diaghosttest_elements\ntype: instance\nnamespace: root/cimv2\n\n"
-            "[Test_DerivedElement]\nprovider: Test_GoneProvider\n"
-            "location: diaghosttest_nonexistent\ntype: instance\nnamespace: root/cimv2\n"));
-        return made;
-    }();
-    return *host;
-}
+using servertest::testHost;
 
 class ResultQueueTest : public ::testing::Test {
 protected:

@@ -12,9 +12,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -274,7 +276,8 @@ CMPIStatus ElementMethodCleanup(CMPIMethodMI*, const CMPIContext*, CMPIBoolean t
     return cleanupAnswer(terminating);
 }
 
-// Ping(uint32 Count) returns Count + 1 and sets the OUT argument Echo to "<name>:<Count>".
+// Ping(uint32 Count) returns Count + 1 and sets the OUT argument Echo to "<name>:<Count>", after
+// DelayMs milliseconds when that is given: an operation as slow as a test can be.
 CMPIStatus ElementInvokeMethod(CMPIMethodMI*, const CMPIContext*, const CMPIResult* rslt,
                                const CMPIObjectPath* ref, const char* method, const CMPIArgs* in,
                                CMPIArgs* out) {
@@ -297,6 +300,9 @@ CMPIStatus ElementInvokeMethod(CMPIMethodMI*, const CMPIContext*, const CMPIResu
             CMReturnWithChars(_broker, CMPI_RC_ERR_NOT_FOUND, "no such element");
         name = e->name;
     }
+    CMPIData delay = CMGetArg(in, "DelayMs", nullptr);
+    if (delay.type == CMPI_uint32 && !(delay.state & CMPI_nullValue))
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay.value.uint32));
     std::string echo = name + ":" + std::to_string(count.value.uint32);
     CMAddArg(out, "Echo", echo.c_str(), CMPI_chars);
     CMPIUint32 answer = count.value.uint32 + 1;
