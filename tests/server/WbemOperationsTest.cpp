@@ -190,12 +190,38 @@ TEST_F(WbemOperationsTest, WhatCannotBeAnsweredGetsItsCimError) {
             << out;
         EXPECT_EQ(std::string::npos, out.find("<IRETURNVALUE>"));
     }
-    CimRequest badFlag = intrinsic("EnumerateInstances");
-    add(badFlag, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
-    add(badFlag, "DeepInheritance", Kind::Text, "perhaps");
+    // Parameters: a flag that is no boolean, one the operation does not take, one given twice,
+    // a name that is missing; and every one an operation takes, in any case, is no reason.
+    auto request = [](const std::string& method,
+                      std::vector<std::pair<std::string, std::string>> params) {
+        CimRequest r = intrinsic(method);
+        for (const auto& [name, value] : params)
+            add(r, name, name == "ClassName" || name == "classname" ? Kind::ClassName : Kind::Text,
+                value);
+        return r;
+    };
+    const std::string fs = "ZORQ_FSDiagService";
+    const std::pair<CimRequest, unsigned> parameterCases[] = {
+        {request("EnumerateInstances", {{"ClassName", fs}, {"DeepInheritance", "perhaps"}}), 4},
+        {request("EnumerateInstances", {{"ClassName", fs}, {"Bogus", "1"}}), 4},
+        {request("EnumerateInstanceNames",
+                 {{"ClassName", fs}, {"classname", "CIM_ManagedElement"}}),
+         4},
+        {request("GetQualifier", {}), 4},
+        {request("EnumerateInstances", {{"classname", fs},
+                                        {"LOCALONLY", "false"},
+                                        {"DeepInheritance", "false"},
+                                        {"IncludeQualifiers", "false"},
+                                        {"includeClassOrigin", "false"}}),
+         0},
+    };
     unsigned code = 0;
-    answer(badFlag, &code);
-    EXPECT_EQ(4u, code);
+    for (const auto& [r, expected] : parameterCases) {
+        SCOPED_TRACE(r.method + " with " + std::to_string(r.params.size()) + " parameters");
+        code = 99;
+        answer(r, &code);
+        EXPECT_EQ(expected, code);
+    }
 
     CimRequest missing = intrinsic("GetInstance");
     addPath(missing, "InstanceName",
@@ -446,37 +472,6 @@ TEST_F(WbemOperationsTest, AClassAnswersTheMembersItOverridesAsItsOwn) {
     // A qualifier says the flavors its declaration gives it.
     EXPECT_NE(std::string::npos,
               out.find("<QUALIFIER NAME=\"Key\" TYPE=\"boolean\" OVERRIDABLE=\"false\">"));
-}
-
-TEST_F(WbemOperationsTest, AParameterTheOperationDoesNotTakeOrTakesOnceIsRefused) {
-    CimRequest unknown = intrinsic("EnumerateInstances");
-    add(unknown, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
-    add(unknown, "Bogus", Kind::Text, "1");
-    unsigned code = 0;
-    answer(unknown, &code);
-    EXPECT_EQ(4u, code);
-
-    CimRequest twice = intrinsic("EnumerateInstanceNames");
-    add(twice, "ClassName", Kind::ClassName, "ZORQ_FSDiagService");
-    add(twice, "classname", Kind::ClassName, "CIM_ManagedElement");
-    code = 0;
-    answer(twice, &code);
-    EXPECT_EQ(4u, code);
-
-    CimRequest nameless = intrinsic("GetQualifier");
-    code = 0;
-    answer(nameless, &code);
-    EXPECT_EQ(4u, code);
-
-    // Every parameter an operation does take, in any case, is no reason to refuse it.
-    CimRequest all = intrinsic("EnumerateInstances");
-    add(all, "classNAME", Kind::ClassName, "ZORQ_FSDiagService");
-    for (const char* flag :
-         {"LocalOnly", "DeepInheritance", "IncludeQualifiers", "IncludeClassOrigin"})
-        add(all, flag, Kind::Text, "false");
-    code = 99;
-    answer(all, &code);
-    EXPECT_EQ(0u, code);
 }
 
 } // namespace
