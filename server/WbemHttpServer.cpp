@@ -616,7 +616,7 @@ struct WbemHttpServer::Impl {
         const auto* before = static_cast<Exchange*>(*context);
         const bool wasAnswered = before && before->answered;
         const MHD_Result result =
-            impl->receive(connection, url, method, version, upload, uploadSize, context);
+            receive(impl, connection, url, method, version, upload, uploadSize, context);
         // Once an answer is on its way the request is no longer waited for, and nothing may be
         // written into the connection beside it.
         const auto* exchange = static_cast<Exchange*>(*context);
@@ -625,10 +625,9 @@ struct WbemHttpServer::Impl {
         return result;
     }
 
-    MHD_Result receive(MHD_Connection* connection, const char* url, const char* method,
-                       const char* version, const char* upload, size_t* uploadSize,
-                       void** context) {
-        Impl* impl = this;
+    static MHD_Result receive(Impl* impl, MHD_Connection* connection, const char* url,
+                              const char* method, const char* version, const char* upload,
+                              size_t* uploadSize, void** context) {
         try {
             auto* exchange = static_cast<Exchange*>(*context);
             if (!exchange) {
@@ -690,8 +689,8 @@ struct WbemHttpServer::Impl {
             exchange->answered = true;
             // The request is here whole: however long the operation runs, it is no longer a
             // request being waited for.
-            if (watch)
-                watch->requestRead(watched(connection));
+            if (impl->watch)
+                impl->watch->requestRead(watched(connection));
             return impl->serve(connection, url, method, *exchange);
         } catch (...) {
             return MHD_NO;
