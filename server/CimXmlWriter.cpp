@@ -303,29 +303,28 @@ void CimXmlWriter::error(unsigned code, std::string_view description) {
 
 void CimXmlWriter::returnValue(const CMPIData& value) {
     raw("<RETURNVALUE");
-    if (value.type == CMPI_instance) {
-        raw(" PARAMTYPE=\"string\" EmbeddedObject=\"instance\"");
-    } else {
-        std::string_view type = typeName(value.type);
-        if (!type.empty() && !(value.type & CMPI_ARRAY))
-            attribute("PARAMTYPE", type);
-    }
+    if (!(value.type & CMPI_ARRAY))
+        paramType(value.type);
     put('>');
     valueElement(value);
     closeTag("RETURNVALUE");
 }
 
+void CimXmlWriter::paramType(CMPIType type) {
+    // An embedded instance travels as a string that says what it holds.
+    if ((type & ~CMPI_ARRAY) == CMPI_instance) {
+        raw(" PARAMTYPE=\"string\" EmbeddedObject=\"instance\"");
+        return;
+    }
+    const std::string_view name = typeName(type);
+    if (!name.empty())
+        attribute("PARAMTYPE", name);
+}
+
 void CimXmlWriter::paramValue(std::string_view name, const CMPIData& value) {
     raw("<PARAMVALUE");
     attribute("NAME", name);
-    // An embedded instance travels as a string that says what it holds.
-    if ((value.type & ~CMPI_ARRAY) == CMPI_instance) {
-        raw(" PARAMTYPE=\"string\" EmbeddedObject=\"instance\"");
-    } else {
-        std::string_view type = typeName(value.type);
-        if (!type.empty())
-            attribute("PARAMTYPE", type);
-    }
+    paramType(value.type);
     put('>');
     valueElement(value);
     closeTag("PARAMVALUE");
@@ -577,11 +576,12 @@ std::string_view CimXmlWriter::propertyStart(std::string_view name, CMPIType typ
     const bool array = (type & CMPI_ARRAY) != 0;
     raw(array ? "<PROPERTY.ARRAY" : "<PROPERTY");
     attribute("NAME", name);
-    if (element == CMPI_instance) {
-        raw(" TYPE=\"string\" EmbeddedObject=\"instance\"");
-    } else if (element == CMPI_string && !embedded.empty()) {
+    const std::string_view holds = element == CMPI_instance ? std::string_view("instance")
+                                   : element == CMPI_string ? embedded
+                                                            : std::string_view();
+    if (!holds.empty()) {
         raw(" TYPE=\"string\"");
-        attribute("EmbeddedObject", embedded);
+        attribute("EmbeddedObject", holds);
     } else {
         std::string_view typeText = typeName(element);
         attribute("TYPE", typeText.empty() ? std::string_view("string") : typeText);

@@ -155,6 +155,8 @@ private:
     void valueReference(const CMPIObjectPath* path);
     void scalarValue(CMPIType type, const CMPIValue& value);
     void valueElement(const CMPIData& data);
+    // PARAMTYPE (and EmbeddedObject) of a parameter or return value of that type.
+    void paramType(CMPIType type);
     void property(std::string_view name, const CMPIData& data, std::string_view embedded = {});
     // Writes a property's start tag for a value of that type; the matching end tag. A string
     // the class declares an embedded instance or object says so with `embedded` ("instance" or
